@@ -1,0 +1,45 @@
+#pragma once
+#include <cstdint>
+#include <string>
+
+#include "FileFormats/common/pellbase.h"
+#include "host/iFile.h"
+#include "util/linux/platform.h"
+
+namespace Pell {
+
+// A file of the editor's file-system service with its sector size.
+class CDiskFile : public CPellBase
+{
+public:
+    CDiskFile() = default;
+    ~CDiskFile() override;
+
+    virtual void close();
+    virtual HRESULT seek(unsigned long pos, int origin);
+    virtual void closeFile();
+    virtual void setFilename(std::wstring name);
+
+    unsigned long getSize() const;
+    unsigned long getPos() const;
+    const std::wstring& getFilename() const { return filename_; }
+    bool isOpen() const { return static_cast<bool>(file_); }
+    std::uint32_t getSectorSize() const { return sectorSize_; }
+    unsigned long roundUpToSectorBoundary(unsigned long n) const;
+    void setFilePtr(const Vl::Ptr<iFile>& file);
+    const Vl::Ptr<iFile>& getFilePtr() const { return file_; }
+
+    static std::uint32_t sectorSizeFromPath(const std::wstring& path);
+    static bool exists(const std::wstring& path);
+    static bool remove(const std::wstring& path);
+
+protected:
+    std::wstring filename_;
+    std::uint32_t sectorSize_ = 512;
+    Vl::Ptr<iFile> file_;
+};
+
+// The drive of a path: on this platform the path itself.
+std::wstring getDrive(const std::wstring& path);
+
+} // namespace Pell

@@ -1,0 +1,26 @@
+#pragma once
+#include <cstdint>
+#include <string>
+
+// Test hooks of the editor stand-in: faults that the files it opens for a
+// path will show, so that callers can be tried against a full disk or a
+// failing drive on their real code path.
+namespace vlhost {
+
+struct FileFaults
+{
+    // Bytes that may still be written to the file in all; the write that
+    // crosses the limit stores what fits and then fails with ENOSPC.
+    std::int64_t writeLimit = -1;
+    // Largest transfer of one system write call; the file must loop over
+    // the short writes that result.
+    std::int64_t maxBytesPerWriteCall = 0;
+    // Reads that touch this file offset or anything past it fail with EIO.
+    std::int64_t readFailFromOffset = -1;
+};
+
+// Faults for every later open of exactly this path.
+void setFileFaults(const std::wstring& path, const FileFaults& faults);
+void clearFileFaults();
+
+} // namespace vlhost

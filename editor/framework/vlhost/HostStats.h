@@ -1,0 +1,23 @@
+#pragma once
+#include <cstdint>
+#include <string>
+#include <vector>
+
+// What the editor stand-in can tell its tests about its own services.
+namespace vlhost {
+
+struct MemoryStats
+{
+    std::uint64_t allocations = 0;
+    std::uint64_t frees = 0;
+};
+MemoryStats memoryStats();
+
+// Lines written by Log (log 0) and LogBoth (log 1), oldest first.
+std::vector<std::string> logLines(int log);
+void clearLogs();
+
+// UTF-8 form of a wide path, as the stand-in hands it to the system.
+std::string toSystemPath(const std::wstring& path);
+
+} // namespace vlhost
