@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Installs what the build, the tests and the test-file scripts need, from
+# Debian's packages; does nothing when all of it is already there.
+set -euo pipefail
+
+packages=(
+    build-essential   # g++ and make
+    cmake ninja-build pkg-config
+    uuid-dev          # UuidCreate
+    libgtest-dev libgmock-dev
+    libbenchmark-dev
+    ffmpeg            # makes test files and checks ours (ffprobe, framemd5)
+    clang libclang-rt-14-dev  # libFuzzer targets
+)
+
+missing=()
+for p in "${packages[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+    echo "installing: ${missing[*]}"
+    sudo_cmd=()
+    [ "$(id -u)" -eq 0 ] || sudo_cmd=(sudo)
+    "${sudo_cmd[@]}" apt-get update -qq
+    DEBIAN_FRONTEND=noninteractive "${sudo_cmd[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
