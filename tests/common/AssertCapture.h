@@ -16,3 +16,20 @@ std::string captureStdout(F&& f)
 }
 
 } // namespace testutil
+
+namespace testutil {
+
+// Whether out is exactly one assertion line for expression in the source
+// file (path from the repository root, without extension), at any line.
+inline bool isAssertion(const std::string& out, const std::string& expression, const std::string& file)
+{
+    std::string head = "assertion failed " + expression + " at " + file + " line ";
+    if (out.compare(0, head.size(), head) != 0 || out.size() < head.size() + 2 || out.back() != '\n')
+        return false;
+    for (std::size_t i = head.size(); i + 1 < out.size(); ++i)
+        if (out[i] < '0' || out[i] > '9')
+            return false;
+    return true;
+}
+
+} // namespace testutil

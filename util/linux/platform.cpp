@@ -27,6 +27,9 @@ void assertAt(const char* expression, const char* file, int line)
 HRESULT HRFromLastError()
 {
     int err = errno;
+    // A full disk keeps the code the editor knows as disk full.
+    if (err == ENOSPC || err == EDQUOT)
+        return static_cast<HRESULT>(0x80070070u);
     if (err > 0)
         return static_cast<HRESULT>(0x80070000u | (static_cast<unsigned>(err) & 0xFFFFu));
     if (err == 0)

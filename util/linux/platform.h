@@ -61,7 +61,8 @@ void assertAt(const char* expression, const char* file, int line);
 // For checks whose reported location is part of the system's fixed texts.
 #define MORVANE_ASSERT_AT(expr, where) ((expr) ? (void)0 : assertImpl(#expr, where))
 
-// errno as a result code: 0x80070000 | errno, E_FAIL for 0, negative as is.
+// errno as a result code: 0x80070000 | errno (a full disk as 0x80070070),
+// E_FAIL for 0, negative as is.
 HRESULT HRFromLastError();
 
 int _ltow(unsigned short value, wchar_t* s, int base);

@@ -1,0 +1,210 @@
+#include "util/bytebuffer.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <fstream>
+#include <iterator>
+
+#include "common/AssertCapture.h"
+#include "common/TempDir.h"
+
+using Morvane::CByteBuffer;
+using testutil::captureStdout;
+
+namespace {
+
+const unsigned char kBytes[] = {1, 2, 3, 4, 5, 6, 7, 8};
+
+TEST(ByteBuffer, AppendStopsAtCapacityAndFullBufferHasNoEnd)
+{
+    CByteBuffer b(8);
+    ASSERT_TRUE(b.append(kBytes, 6));
+    EXPECT_NE(b.getBufferAtEnd(), nullptr);
+    std::string out = captureStdout([&] { EXPECT_FALSE(b.append(kBytes, 3)); });
+    EXPECT_NE(out.find("assertion failed 0 at util/bytebuffer line"), std::string::npos) << out;
+    EXPECT_EQ(b.getUsed(), 6u);
+    ASSERT_TRUE(b.append3(0xEE, 2));
+    EXPECT_EQ(b.getUsed(), 8u);
+    out = captureStdout([&] { EXPECT_EQ(b.getBufferAtEnd(), nullptr); });
+    EXPECT_NE(out.find("assertion failed false at util/bytebuffer line"), std::string::npos) << out;
+    EXPECT_EQ(b.at(7), 0xEE);
+    EXPECT_EQ(b.at(8), 0); // out of range reads as 0
+}
+
+TEST(ByteBuffer, RefusalsLeaveTheBufferAsItWas)
+{
+    struct Case
+    {
+        const char* name;
+        std::function<bool(CByteBuffer&)> op;
+        const char* assertion;
+    };
+    const Case cases[] = {
+        {"inflate to the same capacity", [](CByteBuffer& b) { return b.inflate(8); }, "assertion failed 0"},
+        {"inflate smaller", [](CByteBuffer& b) { return b.inflate(4); }, "assertion failed 0"},
+        {"setUsed past capacity", [](CByteBuffer& b) { return b.setUsed(9); }, "assertion failed 0"},
+        {"setOffset at capacity", [](CByteBuffer& b) { return b.setOffset(8); }, "assertion failed false"},
+        {"append null", [](CByteBuffer& b) { return b.append(nullptr, 1); }, "assertion failed 0"},
+        {"claim past capacity", [](CByteBuffer& b) { return b.append(6ul); }, "assertion failed 0"},
+        {"append3 past capacity", [](CByteBuffer& b) { return b.append3(0, 6); }, "assertion failed 0"},
+    };
+    for (const auto& c : cases) {
+        CByteBuffer b(8);
+        ASSERT_TRUE(b.append(kBytes, 3));
+        bool result = true;
+        std::string out = captureStdout([&] { result = c.op(b); });
+        EXPECT_FALSE(result) << c.name;
+        EXPECT_NE(out.find(c.assertion), std::string::npos) << c.name << ": " << out;
+        EXPECT_EQ(b.getCapacity(), 8u) << c.name;
+        EXPECT_EQ(b.getUsed(), 3u) << c.name;
+        EXPECT_EQ(b.at(2), 3) << c.name;
+    }
+    CByteBuffer none;
+    std::string out = captureStdout([&] { EXPECT_FALSE(none.append(kBytes, 1)); });
+    EXPECT_NE(out.find("assertion failed 0"), std::string::npos);
+}
+
+TEST(ByteBuffer, InflateKeepsContentsAllocDropsThem)
+{
+    CByteBuffer b(4);
+    ASSERT_TRUE(b.append(kBytes, 4));
+    ASSERT_TRUE(b.setOffset(1));
+    ASSERT_TRUE(b.inflate(16));
+    EXPECT_EQ(b.getCapacity(), 16u);
+    EXPECT_EQ(b.getUsed(), 4u);
+    EXPECT_EQ(b.getOffset(), 1u);
+    EXPECT_EQ(std::memcmp(b.getBuffer(0), kBytes, 4), 0);
+
+    ASSERT_TRUE(b.alloc(32));
+    EXPECT_EQ(b.getCapacity(), 32u);
+    EXPECT_EQ(b.getUsed(), 0u);
+    EXPECT_EQ(b.getOffset(), 0u);
+    b.flush(0);
+    for (unsigned long i = 0; i < 32; ++i)
+        ASSERT_EQ(b.at(i), 0) << i;
+}
+
+TEST(ByteBuffer, AppendWithOffsetReportsButAppendsAtUsed)
+{
+    CByteBuffer b(8);
+    ASSERT_TRUE(b.append(kBytes, 2));
+    ASSERT_TRUE(b.setOffset(1));
+    std::string out = captureStdout([&] { EXPECT_TRUE(b.append(kBytes + 4, 2)); });
+    EXPECT_NE(out.find("assertion failed m_cbOffset == 0 at util/bytebuffer line"), std::string::npos) << out;
+    EXPECT_EQ(b.getUsed(), 4u);
+    EXPECT_EQ(b.at(2), 5);
+    EXPECT_EQ(b.at(3), 6);
+}
+
+TEST(ByteBuffer, AppendBufferAndCopyTakeUsedBytesFromTheOffset)
+{
+    CByteBuffer src(8);
+    ASSERT_TRUE(src.append(kBytes, 8));
+    ASSERT_TRUE(src.setUsed(5));
+    ASSERT_TRUE(src.setOffset(2));
+    CByteBuffer dst(8);
+    ASSERT_TRUE(dst.append(src));
+    // src's used count (5), taken from its offset (2); it stops at the block's end.
+    EXPECT_EQ(dst.getUsed(), 5u);
+    EXPECT_EQ(dst.at(0), 3);
+    EXPECT_EQ(dst.at(4), 7);
+
+    unsigned char out[8] = {};
+    src.setUsed(3);
+    src.copyTo(out);
+    EXPECT_EQ(out[0], 3);
+    EXPECT_EQ(out[2], 5);
+    EXPECT_EQ(out[3], 0);
+}
+
+TEST(ByteBuffer, ViewNeverFreesAttachDoes)
+{
+    // A view over stack memory: freeing it would crash under the sanitizer.
+    unsigned char stack[16] = {};
+    {
+        CByteBuffer view(stack, sizeof stack);
+        EXPECT_FALSE(view.ownsBuffer());
+        ASSERT_TRUE(view.append(kBytes, 4));
+    }
+    EXPECT_EQ(stack[3], 4);
+
+    // attach takes ownership: the leak checker would report heap if it didn't.
+    auto* heap = CByteBuffer::allocateMemory(16, nullptr);
+    {
+        CByteBuffer owner;
+        owner.attach(heap, 16);
+        EXPECT_TRUE(owner.ownsBuffer());
+    }
+
+    // detach forgets the block without freeing it.
+    auto* kept = CByteBuffer::allocateMemory(8, nullptr);
+    {
+        CByteBuffer b;
+        b.attach(kept, 8);
+        b.detach();
+        EXPECT_EQ(b.getCapacity(), 0u);
+    }
+    CByteBuffer::freeMemory(kept);
+}
+
+TEST(ByteBuffer, CopyAndAssignment)
+{
+    CByteBuffer a(8);
+    ASSERT_TRUE(a.append(kBytes, 6));
+    a.setOffset(2);
+    CByteBuffer b(a);
+    EXPECT_EQ(b.getCapacity(), 8u);
+    EXPECT_EQ(b.getUsed(), 6u);
+    EXPECT_EQ(b.getOffset(), 2u);
+    EXPECT_NE(b.getBuffer(0), a.getBuffer(0));
+    EXPECT_EQ(b.at(5), 6);
+
+    CByteBuffer big(64);
+    big = a; // a larger block is kept
+    EXPECT_EQ(big.getCapacity(), 64u);
+    EXPECT_EQ(big.at(5), 6);
+    big = big;
+    EXPECT_EQ(big.getUsed(), 6u);
+
+    CByteBuffer empty;
+    big = empty;
+    EXPECT_EQ(big.getCapacity(), 0u);
+}
+
+TEST(ByteBuffer, FlushWithCountClampsToCapacity)
+{
+    CByteBuffer b(4);
+    b.append(kBytes, 4);
+    std::string out = captureStdout([&] { b.flush(0xAB, 10); });
+    EXPECT_NE(out.find("assertion failed false"), std::string::npos);
+    EXPECT_EQ(b.getUsed(), 0u);
+    EXPECT_EQ(b.at(3), 0xAB);
+}
+
+TEST(ByteBuffer, FileRoundTrip)
+{
+    testutil::TempDir dir;
+    ASSERT_TRUE(dir.ok());
+    std::wstring path = dir.file("bytes.bin");
+
+    CByteBuffer out(8);
+    ASSERT_TRUE(out.append(kBytes, 8));
+    ASSERT_TRUE(out.setOffset(2));
+    EXPECT_EQ(out.toFile(path), 1); // success is 1, not S_OK
+
+    CByteBuffer in;
+    ASSERT_EQ(in.fromFile(path, 0), S_OK);
+    EXPECT_EQ(in.getUsed(), 6u);
+    EXPECT_EQ(in.getCapacity(), 6u + 32u);
+    EXPECT_EQ(in.at(0), 3);
+
+    EXPECT_EQ(in.fromFile(path, 5), E_FAIL) << "larger than maxSize";
+
+    HRESULT hr = S_OK;
+    captureStdout([&] { hr = in.fromFile(dir.file("missing.bin"), 0); });
+    EXPECT_EQ(hr, static_cast<HRESULT>(0x80070002)) << "ENOENT";
+    EXPECT_EQ(out.toFile(dir.file("no/such/dir/x.bin")), static_cast<HRESULT>(0x80070002));
+}
+
+} // namespace
