@@ -1,0 +1,518 @@
+#include "FileFormats/AVI/avilib/avilib.FileReader.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <new>
+
+namespace Morvane::Avi {
+
+namespace {
+
+constexpr std::uint32_t kMaxFirstHeaderRead = 0x2FFFF;
+constexpr std::uint32_t kMaxHdrlSize = 0xFFFFF;
+
+std::uint32_t word(const unsigned char* p)
+{
+    std::uint32_t v;
+    std::memcpy(&v, p, sizeof v);
+    return v;
+}
+
+} // namespace
+
+FileReader::FileReader()
+{
+    std::memset(m_szLabel, 0, sizeof m_szLabel);
+    std::strncpy(m_szLabel, "Pell::Avi::FileReader", sizeof m_szLabel - 1);
+    std::memset(&m_AviHeader, 0, sizeof m_AviHeader);
+    std::memset(&m_OpenDmlHeader, 0, sizeof m_OpenDmlHeader);
+    std::memset(&m_VideoProperties, 0, sizeof m_VideoProperties);
+    std::memset(&m_MT, 0, sizeof m_MT);
+}
+
+FileReader::~FileReader()
+{
+    freeStreams();
+    freeMediaType();
+    freeIndex();
+}
+
+void FileReader::freeStreams()
+{
+    if (!m_pAviStreams)
+        return;
+    unsigned n = m_AviHeader.dwStreams;
+    for (unsigned i = 0; i < n; ++i)
+        delete[] m_pAviStreams[i].m_pStreamFormatExtra;
+    delete[] m_pAviStreams;
+    m_pAviStreams = nullptr;
+}
+
+void FileReader::freeMediaType()
+{
+    delete[] m_MT.pbFormat;
+    std::memset(&m_MT, 0, sizeof m_MT);
+}
+
+void FileReader::freeIndex()
+{
+    delete[] m_pIndex;
+    m_pIndex = nullptr;
+    m_nIndexCount = 0;
+}
+
+void FileReader::InitVariables()
+{
+    freeStreams();
+    std::memset(&m_AviHeader, 0, sizeof m_AviHeader);
+    std::memset(&m_OpenDmlHeader, 0, sizeof m_OpenDmlHeader);
+    std::memset(&m_VideoProperties, 0, sizeof m_VideoProperties);
+    freeMediaType();
+    m_dwIdx1Position = 0xFFFFFFFF;
+    m_cbIdx1Size = 0;
+    m_dwMoviPosition = 0;
+    m_qwBufferFilePosition = 0;
+    m_nCurrentStream = -1;
+    freeIndex();
+    m_nMaxGopLength = 1;
+    m_nIndexStartSample = 0;
+    m_nResidentLength = 0;
+    m_dwAudioBufferStart = 0;
+    m_dwAudioBufferLength = 0;
+    m_bTemporalReordering = false;
+}
+
+HRESULT FileReader::load(const std::wstring& path)
+{
+    HRESULT hr = Pell::CFileReaderUnbuffered::load(path, iFile::eUnbuffered);
+    if (FAILED(hr)) {
+        setLastError(L"Failed to open file.");
+        return hr;
+    }
+    unsigned long fileSize = getSize();
+    if (fileSize == 0) {
+        MORVANE_ASSERT(FALSE);
+        setLastError(L"Failed to open file, zero length.");
+        return E_INVALID_STATE;
+    }
+    m_cbHeaderBufferSize =
+        static_cast<std::uint32_t>(roundUpToSectorBoundary(std::min<unsigned long>(fileSize, kMaxFirstHeaderRead)));
+
+    // The second pass always fits: its size is derived from the list size.
+    for (int pass = 0; pass < 2; ++pass) {
+        if (!m_HeaderBuffer.alloc(m_cbHeaderBufferSize)) {
+            setLastError(L"Failed to allocate header buffer memory.");
+            return E_OUTOFMEMORY;
+        }
+        hr = ReaderHeader();
+        if (FAILED(hr))
+            return hr;
+        unsigned long at = m_HeaderBuffer.getOffset();
+        unsigned long used = m_HeaderBuffer.getUsed();
+        const unsigned char* front = m_HeaderBuffer.getBufferAtOffset();
+        unsigned long have = used > at ? used - at : 0;
+        if (!front || have < 12 || word(front) != ckid::RIFF || word(front + 8) != ckid::AVI) {
+            setLastError(L"File is not an avi file.");
+            return E_FAIL;
+        }
+        if (have < 24 || word(front + 20) != ckid::hdrl) {
+            setLastError(L"Failed to find hdrl chunk.");
+            return E_FAIL;
+        }
+        std::uint32_t hdrlSize = word(front + 16);
+        if (hdrlSize > kMaxHdrlSize) {
+            MORVANE_ASSERT(FALSE);
+            setLastError(L"'hdrl' chunk is too large.");
+            return E_FAIL;
+        }
+        if (hdrlSize + at + 12 <= m_HeaderBuffer.getCapacity())
+            return ParseChunkData();
+        // Deliberately not rounded to a sector: see the unbuffered read.
+        m_cbHeaderBufferSize = static_cast<std::uint32_t>(hdrlSize + at + 4108);
+    }
+    setLastError(L"Failed to read header data.");
+    return E_FAIL;
+}
+
+HRESULT FileReader::ReaderHeader()
+{
+    if (!isOpen()) {
+        setLastError(L"no file loaded.");
+        return E_UNEXPECTED;
+    }
+    HRESULT hr = seek(0, 0);
+    unsigned int actual = 0;
+    unsigned int offset = 0;
+    if (SUCCEEDED(hr)) {
+        m_HeaderBuffer.clear();
+        hr = read(m_HeaderBuffer.getBuffer(0), static_cast<unsigned int>(m_HeaderBuffer.getCapacity()),
+                  m_cbHeaderBufferSize, actual, offset);
+    }
+    if (FAILED(hr)) {
+        setLastError(L"Failed to read header data.");
+        return hr;
+    }
+    m_HeaderBuffer.setUsed(actual);
+    if (offset < actual)
+        m_HeaderBuffer.setOffset(offset);
+    return S_OK;
+}
+
+bool FileReader::chunkAtCursor(Chunk& chunk) const
+{
+    unsigned long at = m_HeaderBuffer.getOffset();
+    unsigned long used = m_HeaderBuffer.getUsed();
+    if (at > used || used - at < sizeof(RIFFCHUNK))
+        return false;
+    const unsigned char* p = m_HeaderBuffer.getBuffer(at);
+    chunk.id = word(p);
+    chunk.size = word(p + 4);
+    unsigned long room = used - at - sizeof(RIFFCHUNK);
+    chunk.available = static_cast<std::uint32_t>(std::min<unsigned long>(chunk.size, room));
+    chunk.data = m_HeaderBuffer.getBuffer(0) + at + sizeof(RIFFCHUNK);
+    return true;
+}
+
+bool FileReader::ChunkNext()
+{
+    Chunk c;
+    if (!chunkAtCursor(c)) {
+        MORVANE_ASSERT(false);
+        return false;
+    }
+    std::uint64_t cursor = m_HeaderBuffer.getOffset();
+    std::uint64_t padded = std::uint64_t(c.size) + (c.size & 1) + 8;
+    std::uint64_t step;
+    if (c.id == ckid::RIFF || c.id == ckid::LIST) {
+        m_cbEndOfList = cursor + padded;
+        step = 12;
+    } else {
+        step = padded;
+        std::uint64_t end = cursor + padded;
+        if (m_cbEndOfChunk == m_cbEndOfList)
+            m_cbEndOfList = end;
+        m_cbEndOfChunk = end;
+    }
+    if (cursor + step >= m_HeaderBuffer.getUsed()) {
+        MORVANE_ASSERT(false);
+        return false;
+    }
+    std::uint64_t next = std::min(cursor + step, m_cbEndOfList);
+    // A list end behind the cursor would walk back over the same chunks.
+    if (next <= cursor)
+        next = cursor + step;
+    m_HeaderBuffer.setOffset(static_cast<unsigned long>(next));
+    return true;
+}
+
+HRESULT FileReader::ParseChunkData()
+{
+    InitVariables();
+    m_cbEndOfList = 0;
+    m_cbEndOfChunk = 0;
+    for (;;) {
+        if (!ChunkNext())
+            return S_OK;
+        bool stop = false;
+        HRESULT hr = dispatchChunk(stop);
+        if (FAILED(hr))
+            return hr;
+        if (stop)
+            return S_OK;
+    }
+}
+
+namespace {
+
+bool isInfoChunk(std::uint32_t id)
+{
+    static const std::uint32_t ids[] = {
+        makeFourCC("INAM"), makeFourCC("strn"), makeFourCC("IART"), makeFourCC("ISFT"), makeFourCC("ISRC"),
+        makeFourCC("IMED"), makeFourCC("ICRD"), makeFourCC("IPRD"), makeFourCC("ISRF"), makeFourCC("IENG"),
+        makeFourCC("ITCH"), makeFourCC("ISBJ"), makeFourCC("IARL"), makeFourCC("ISHP"), makeFourCC("ICOP"),
+        makeFourCC("ICRP"), makeFourCC("IGNR"), makeFourCC("ICMS"), makeFourCC("ILGT"), makeFourCC("IPLT"),
+        makeFourCC("ICMT"), makeFourCC("IKEY"),
+        0x4D494400u, // 00 'D' 'I' 'M'
+    };
+    return std::find(std::begin(ids), std::end(ids), id) != std::end(ids);
+}
+
+} // namespace
+
+// The one dispatch table of the header walk.
+HRESULT FileReader::dispatchChunk(bool& stop)
+{
+    for (;;) {
+        Chunk c;
+        if (!chunkAtCursor(c)) {
+            stop = true;
+            return S_OK;
+        }
+        switch (c.id) {
+        case ckid::avih:
+            return onAvih(c);
+        case ckid::strh:
+            return onStrh(c);
+        case ckid::strf:
+            return onStrf(c);
+        case ckid::dmlh:
+            if (c.size >= sizeof(AVIEXTHEADER) - 8 && c.available >= sizeof(AVIEXTHEADER) - 8) {
+                std::memcpy(&m_OpenDmlHeader, c.data - 8, sizeof m_OpenDmlHeader);
+                if (m_OpenDmlHeader.fcc != ckid::dmlh)
+                    std::memset(&m_OpenDmlHeader, 0, sizeof m_OpenDmlHeader);
+            }
+            return S_OK;
+        case ckid::vprp:
+            if (c.size >= 40 && c.available >= 40)
+                std::memcpy(&m_VideoProperties, c.data - 8, sizeof m_VideoProperties);
+            return S_OK;
+        case ckid::RIFF:
+            stop = true;
+            return S_OK;
+        case ckid::LIST:
+            if (c.available >= 4 && word(c.data) == ckid::movi) {
+                m_dwMoviPosition = static_cast<std::uint32_t>(m_HeaderBuffer.getOffset());
+                if (!SkipMovi()) {
+                    // Nothing readable after movi: the header is complete.
+                    stop = true;
+                    return S_OK;
+                }
+                continue; // dispatch on what follows movi
+            }
+            return S_OK; // descend
+        case ckid::movi:
+            MORVANE_ASSERT(FALSE);
+            return S_OK;
+        case ckid::indx:
+            ParseINDX();
+            return S_OK;
+        case ckid::idx1:
+            m_dwIdx1Position = static_cast<std::uint32_t>(m_qwBufferFilePosition + m_HeaderBuffer.getOffset());
+            m_cbIdx1Size = c.size;
+            stop = true;
+            return S_OK;
+        default:
+            if (isInfoChunk(c.id))
+                INFO_Extract(c.id, c.data, static_cast<int>(c.available));
+            return S_OK;
+        }
+    }
+}
+
+HRESULT FileReader::onAvih(const Chunk& c)
+{
+    if (c.size < sizeof(AVIMAINHEADER) - 8 || c.available < sizeof(AVIMAINHEADER) - 8)
+        return S_OK;
+    freeStreams();
+    std::memcpy(&m_AviHeader, c.data - 8, sizeof m_AviHeader);
+    if (m_AviHeader.dwStreams == 0) {
+        setLastError(L"No streams found in header.");
+        InitVariables();
+        return E_FAIL;
+    }
+    // Every stream needs at least a chunk header in the header buffer: a
+    // larger count cannot come from this file.
+    if (m_AviHeader.dwStreams > m_HeaderBuffer.getUsed() / sizeof(RIFFCHUNK))
+        m_pAviStreams = nullptr;
+    else
+        m_pAviStreams = new (std::nothrow) AviStream[m_AviHeader.dwStreams]();
+    if (!m_pAviStreams) {
+        setLastError(L"Failed to allocate stream array memory.");
+        InitVariables();
+        return E_OUTOFMEMORY;
+    }
+    return S_OK;
+}
+
+HRESULT FileReader::onStrh(const Chunk& c)
+{
+    if (!m_pAviStreams) {
+        setLastError(L"Stream array is null.");
+        InitVariables();
+        return E_FAIL;
+    }
+    unsigned n = m_AviHeader.dwStreams;
+    unsigned i = 0;
+    while (i < n && m_pAviStreams[i].strh.fccType != 0)
+        ++i;
+    if (i == n)
+        return S_OK;
+    if (c.size < sizeof(AVISTREAMHEADER) - 8 || c.available < sizeof(AVISTREAMHEADER) - 8)
+        return S_OK;
+    std::memcpy(&m_pAviStreams[i].strh, c.data - 8, sizeof(AVISTREAMHEADER));
+    return S_OK;
+}
+
+HRESULT FileReader::onStrf(const Chunk& c)
+{
+    if (!m_pAviStreams) {
+        setLastError(L"Stream array is null2.");
+        InitVariables();
+        return E_FAIL;
+    }
+    unsigned n = m_AviHeader.dwStreams;
+    unsigned i = 0;
+    while (i < n && m_pAviStreams[i].bih.biSize != 0)
+        ++i;
+    if (i == n)
+        return S_OK;
+    std::uint32_t type = m_pAviStreams[i].strh.fccType;
+    if (type == streamtype::auds)
+        return onStrfAudio(i, c);
+    if (type == streamtype::vids) {
+        onStrfVideo(i, c);
+        return S_OK;
+    }
+    if (type == streamtype::iavs) {
+        setLastError(L"type 1 AVI unsupported.");
+        InitVariables();
+        return E_NOT_SUPPORTED;
+    }
+    return S_OK;
+}
+
+bool FileReader::setStreamExtra(unsigned int nStreamIndex, const unsigned char* p, std::uint32_t n)
+{
+    AviStream& s = m_pAviStreams[nStreamIndex];
+    MORVANE_ASSERT(! m_pAviStreams[nStreamIndex].m_pStreamFormatExtra);
+    delete[] s.m_pStreamFormatExtra;
+    s.m_pStreamFormatExtra = new (std::nothrow) unsigned char[n];
+    if (!s.m_pStreamFormatExtra) {
+        s.m_cbStreamFormatExtra = 0;
+        return false;
+    }
+    std::memcpy(s.m_pStreamFormatExtra, p, n);
+    s.m_cbStreamFormatExtra = n;
+    return true;
+}
+
+HRESULT FileReader::onStrfAudio(unsigned int stream, const Chunk& c)
+{
+    AviStream& s = m_pAviStreams[stream];
+    if (c.size < sizeof(WAVEFORMAT) || c.available < sizeof(WAVEFORMAT)) {
+        MORVANE_ASSERT(FALSE);
+        setLastError(L"Invalid size for wav format data.");
+        InitVariables();
+        return E_FAIL;
+    }
+    if (c.size < sizeof(WAVEFORMATEX)) {
+        WAVEFORMAT wf;
+        std::memcpy(&wf, c.data, sizeof wf);
+        if (wf.nChannels == 0) {
+            setLastError(L"Invalid wav format data: no channels.");
+            InitVariables();
+            return E_FAIL;
+        }
+        std::memset(&s.wfx, 0, sizeof s.wfx);
+        std::memcpy(&s.wfx, &wf, sizeof wf);
+        // The chunk's own wBitsPerSample (16-byte form) is not trusted.
+        s.wfx.wBitsPerSample = static_cast<std::uint16_t>(wf.nBlockAlign / wf.nChannels * 8);
+    } else {
+        std::memcpy(&s.wfx, c.data, sizeof(WAVEFORMATEX));
+        // The extension travels as extra data; only what is in the buffer.
+        std::uint32_t extra = c.available - std::uint32_t(sizeof(WAVEFORMATEX));
+        if (c.size - sizeof(WAVEFORMATEX) > 0 && extra > 0)
+            setStreamExtra(stream, c.data + sizeof(WAVEFORMATEX), extra);
+    }
+    s.bih.biSize = 1;
+    return S_OK;
+}
+
+void FileReader::onStrfVideo(unsigned int stream, const Chunk& c)
+{
+    AviStream& s = m_pAviStreams[stream];
+    if (c.size < sizeof(BITMAPINFOHEADER) || c.available < sizeof(BITMAPINFOHEADER))
+        return;
+    std::memcpy(&s.bih, c.data, sizeof(BITMAPINFOHEADER));
+    std::uint32_t extra = s.bih.biSize - std::uint32_t(sizeof(BITMAPINFOHEADER));
+    if (extra != 0 && c.available - sizeof(BITMAPINFOHEADER) >= extra)
+        setStreamExtra(stream, c.data + sizeof(BITMAPINFOHEADER), extra);
+
+    std::uint32_t code = s.bih.biCompression;
+    if (code == makeFourCC("MMES") || code == makeFourCC("mmes") || code == makeFourCC("M701"))
+        STRF_MakeTypeMMES(stream);
+    else if (code == makeFourCC("mjpg") || code == makeFourCC("MJPG"))
+        STRF_MakeTypeMJPEG(stream, c.data);
+    else if (code == makeFourCC("dvsd") || code == makeFourCC("dsvd"))
+        STRF_MakeTypeDV(stream, MEDIASUBTYPE_dvsd);
+    else if (code == makeFourCC("dv25"))
+        STRF_MakeTypeDV(stream, MEDIASUBTYPE_dv25);
+    else if (code == makeFourCC("dv50"))
+        STRF_MakeTypeDV(stream, MEDIASUBTYPE_dv50);
+    else if (code == makeFourCC("UYVY"))
+        makeTypeUncompressed(stream, MEDIASUBTYPE_UYVY, false);
+    else if (code == makeFourCC("YUY2"))
+        makeTypeUncompressed(stream, MEDIASUBTYPE_YUY2, false);
+    else if (code == makeFourCC("M102"))
+        makeTypeUncompressed(stream, MEDIASUBTYPE_YUY2, true);
+    else
+        makeTypeUncompressed(stream, fourccGuid(code), false);
+}
+
+bool FileReader::SkipMovi()
+{
+    Chunk c;
+    if (!chunkAtCursor(c))
+        return false;
+    std::uint64_t target = std::uint64_t(c.size) + (c.size & 1) + 8 + m_HeaderBuffer.getOffset();
+    m_qwBufferFilePosition += target;
+    m_HeaderBuffer.clear();
+    std::uint64_t fileSize = getSize();
+    HRESULT hr = seek(static_cast<unsigned long>(m_qwBufferFilePosition), 0);
+    if (FAILED(hr)) {
+        MORVANE_ASSERT(FALSE);
+        setLastError(L"SkipMovi failed to seek.");
+        return false;
+    }
+    std::uint64_t n = fileSize > m_qwBufferFilePosition ? fileSize - m_qwBufferFilePosition : 0;
+    n = std::min<std::uint64_t>(n, m_cbHeaderBufferSize);
+    std::uint64_t twoSectors = 2ull * getSectorSize();
+    if (twoSectors < n)
+        n -= twoSectors;
+    unsigned int actual = 0;
+    unsigned int offset = 0;
+    hr = n ? read(m_HeaderBuffer.getBuffer(0), static_cast<unsigned int>(m_HeaderBuffer.getCapacity()),
+                  static_cast<unsigned int>(n), actual, offset)
+           : E_HANDLE_EOF;
+    if (FAILED(hr) || offset >= actual) {
+        setLastError(L"Failed to read after movi data.");
+        return false;
+    }
+    m_HeaderBuffer.setUsed(actual);
+    m_HeaderBuffer.setOffset(offset);
+    m_qwBufferFilePosition -= offset;
+    return true;
+}
+
+void FileReader::INFO_Extract(unsigned int, unsigned char*, int)
+{
+}
+
+int FileReader::GetStreamIndexFromChunkId(unsigned int ckid)
+{
+    char text[5];
+    std::snprintf(text, sizeof text, "%c%c%c%c", ckid & 0xFF, (ckid >> 8) & 0xFF, (ckid >> 16) & 0xFF,
+                  (ckid >> 24) & 0xFF);
+    int nStream = std::atoi(text);
+    MORVANE_ASSERT(nStream >= 0);
+    MORVANE_ASSERT(nStream < (int) m_AviHeader.dwStreams);
+    return nStream;
+}
+
+HRESULT FileReader::updateMetadata()
+{
+    int current = m_nCurrentStream;
+    HRESULT hr = ReaderHeader();
+    if (FAILED(hr))
+        return hr;
+    hr = ParseChunkData();
+    if (FAILED(hr))
+        return hr;
+    if (ValidStream(current))
+        hr = essenceOpen(static_cast<unsigned int>(current));
+    return hr;
+}
+
+} // namespace Morvane::Avi

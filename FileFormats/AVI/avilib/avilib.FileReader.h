@@ -1,0 +1,178 @@
+#pragma once
+// The AVI container reader: parses the header of the first RIFF, loads the
+// legacy or OpenDML index of one stream at a time and reads whole frames
+// and audio blocks with sector-aligned reads.
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "FileFormats/AVI/avilib/avilib.IndexEntry.h"
+#include "FileFormats/AVI/avilib/avilib.MediaType.h"
+#include "FileFormats/AVI/avilib/avilib.Records.h"
+#include "FileFormats/common/filereaderunbuffered.h"
+#include "util/bytebuffer.h"
+#include "util/videoutils.h"
+
+namespace Morvane::Avi {
+
+// One stream of the file as the header describes it, with its index state.
+struct AviStream
+{
+    AVISTREAMHEADER strh;   // fccType 0 marks a free record
+    BITMAPINFOHEADER bih;   // biSize non-zero once the format was read
+    WAVEFORMATEX wfx;
+    unsigned char* m_pStreamFormatExtra;
+    std::uint32_t m_cbStreamFormatExtra;
+
+    std::vector<AVISUPERINDEX_ENTRY> m_SuperIndex;
+    std::uint32_t m_nSuperIndexEntriesInUse;
+    std::uint32_t m_dwSuperIndexChunkId;
+    std::uint8_t m_bIndexSubType;
+    bool m_bTwoField;
+};
+
+class FileReader : public Pell::CFileReaderUnbuffered
+{
+public:
+    enum KfSearchType { kfBackward = 0, kfForward = 1, kfNearest = 2 };
+
+    FileReader();
+    ~FileReader() override;
+    FileReader(const FileReader&) = delete;
+    FileReader& operator=(const FileReader&) = delete;
+
+    using Pell::CFileReaderUnbuffered::load;
+    using Pell::CFileReaderUnbuffered::read;
+    HRESULT load(const std::wstring& path) override;
+    virtual void InitVariables();
+
+    // Header.
+    HRESULT ReaderHeader();
+    bool ChunkNext();
+    HRESULT ParseChunkData();
+    bool SkipMovi();
+    bool STRF_MakeTypeMMES(unsigned int stream);
+    bool STRF_MakeTypeMJPEG(unsigned int stream, unsigned char* strfData);
+    bool STRF_MakeTypeDV(unsigned int stream, GUID subtype);
+    void INFO_Extract(unsigned int fourcc, unsigned char* data, int size);
+    int GetStreamIndexFromChunkId(unsigned int ckid);
+    HRESULT updateMetadata();
+
+    // Streams.
+    bool ValidStream(int n) const;
+    unsigned int get_StreamCount() const;
+    bool get_IsVideo(int n) const;
+    bool get_IsAudio(int n) const;
+    unsigned int get_FCC(int n) const;
+    unsigned int get_Length(int n) const;
+    int get_Width(int n) const;
+    int get_Height(int n) const;
+    unsigned int get_BitsPerSample(int n) const;
+    unsigned int get_ChannelCount(int n) const;
+    double get_Rate(int n) const;
+    bool get_RateAndScale(int n, int* rate, int* scale) const;
+    unsigned int get_BufferSize(int n) const;
+    bool get_HasIndexTable(int n) const;
+    bool get_IsTimeCode(int n) const;
+    HRESULT get_TimeCode(int n, unsigned int* timecode) const;
+    int streamGetExtraData(int n, unsigned char* buf, int bufSize) const;
+    const BITMAPINFOHEADER* get_VideoFormat() const;
+    const AVIVIDEOPROPERTIES* get_VideoProperties() const { return &m_VideoProperties; }
+    const AVIMAINHEADER& get_MainHeader() const { return m_AviHeader; }
+    const AVIEXTHEADER& get_ExtendedHeader() const { return m_OpenDmlHeader; }
+    const AM_MEDIA_TYPE& get_MediaType() const { return m_MT; }
+    const AviStream* get_Stream(int n) const { return ValidStream(n) ? &m_pAviStreams[n] : nullptr; }
+    int get_CurrentStream() const { return m_nCurrentStream; }
+
+    // Index.
+    bool ParseINDX();
+    bool LoadIDX1(int stream);
+    bool LoadINDX(int stream, unsigned int sample);
+    bool ensureSampleInRam(unsigned int sample);
+    IndexEntry* getIndexEntryV(unsigned int sample);
+    IndexEntry* getIndexEntryA(unsigned int sample, unsigned int& samplesLeft, unsigned int& entryStart);
+    HRESULT get_IndexEntry(unsigned int sample, IndexEntry** entry);
+    unsigned int get_IndexStartSample() const { return m_nIndexStartSample; }
+    unsigned int get_IndexCount() const { return m_nIndexCount; }
+    unsigned int get_ResidentLength() const { return m_nResidentLength; }
+    unsigned int get_MaxGopLength() const { return m_nMaxGopLength; }
+
+    // Samples.
+    HRESULT essenceOpen(unsigned int stream);
+    HRESULT ReadVideo(unsigned int first, unsigned int count, unsigned char* buf, unsigned int bufSize,
+                      std::vector<unsigned int>& offsets, std::vector<unsigned int>& sizes);
+    HRESULT ReadVideo(unsigned int sample, unsigned char* buf, unsigned int bufSize, unsigned int* offset,
+                      unsigned int* size);
+    HRESULT ReadAudio(unsigned int first, unsigned int count, unsigned char* buf, unsigned int bufSize,
+                      unsigned int* offset, unsigned int* bytes);
+    HRESULT CacheAudioData(unsigned int sample);
+    HRESULT essenceRead(unsigned int first, unsigned int count, unsigned char* buf, unsigned int bufSize,
+                        unsigned int* a, unsigned int* b);
+    HRESULT essenceRead(unsigned int first, unsigned int count, unsigned char* buf, unsigned int bufSize,
+                        std::vector<unsigned int>& offsets, std::vector<unsigned int>& sizes);
+    bool findKeyframe(unsigned int sample, bool forward, unsigned int& found);
+    bool get_NearestKeyFrame(int stream, unsigned int frame, KfSearchType type, unsigned int& found);
+    unsigned int get_GopSize(int stream);
+    HRESULT get_PresentationOrder(unsigned int first, unsigned int count, unsigned int* out);
+    HRESULT getGopAndPresentationOrder(unsigned int keyframe, std::vector<unsigned int>& gopIndexes,
+                                       std::vector<unsigned int>& presentation);
+    HRESULT get_GopAndPresentationOrder(unsigned int keyframe, GOPInfo& info);
+    bool set_TemporalReordering(bool on);
+    unsigned int get_ApproxDataRate(int stream);
+
+private:
+    // A bounds-checked view of the chunk at the header buffer's cursor.
+    struct Chunk
+    {
+        std::uint32_t id = 0;
+        std::uint32_t size = 0;      // as the file says
+        std::uint32_t available = 0; // data bytes that are in the buffer
+        unsigned char* data = nullptr;
+    };
+    bool chunkAtCursor(Chunk& chunk) const;
+    HRESULT dispatchChunk(bool& stop);
+    HRESULT onAvih(const Chunk& c);
+    HRESULT onStrh(const Chunk& c);
+    HRESULT onStrf(const Chunk& c);
+    HRESULT onStrfAudio(unsigned int stream, const Chunk& c);
+    void onStrfVideo(unsigned int stream, const Chunk& c);
+    bool setStreamExtra(unsigned int stream, const unsigned char* p, std::uint32_t n);
+    bool makeTypeUncompressed(unsigned int stream, const GUID& subtype, bool m102);
+    bool allocFormat(std::uint32_t cb);
+    void freeMediaType();
+    void freeStreams();
+    void freeIndex();
+    bool hasIndex() const { return m_pIndex != nullptr; }
+    unsigned int blockAlignOf(int stream) const;
+    std::uint64_t frameTime32(unsigned int stream) const;
+
+    char m_szLabel[32];
+    CByteBuffer m_HeaderBuffer;
+    std::uint32_t m_cbHeaderBufferSize = 0;
+    AVIMAINHEADER m_AviHeader;
+    AVIEXTHEADER m_OpenDmlHeader;
+    AVIVIDEOPROPERTIES m_VideoProperties;
+    AviStream* m_pAviStreams = nullptr;
+    AM_MEDIA_TYPE m_MT;
+    std::uint32_t m_dwIdx1Position = 0xFFFFFFFF;
+    std::uint32_t m_cbIdx1Size = 0;
+    std::uint32_t m_dwMoviPosition = 0;
+    int m_nCurrentStream = -1;
+    std::uint64_t m_qwBufferFilePosition = 0;
+    // Walker marks; 64-bit so that a size from the file cannot wrap them.
+    std::uint64_t m_cbEndOfList = 0;
+    std::uint64_t m_cbEndOfChunk = 0;
+
+    IndexEntry* m_pIndex = nullptr;
+    std::uint32_t m_nIndexCount = 0;
+    std::uint32_t m_nIndexStartSample = 0;
+    std::uint32_t m_nResidentLength = 0;
+    std::uint32_t m_nMaxGopLength = 1;
+
+    CByteBuffer m_AudioBuffer;
+    std::uint32_t m_dwAudioBufferStart = 0;
+    std::uint32_t m_dwAudioBufferLength = 0;
+    bool m_bTemporalReordering = false;
+};
+
+} // namespace Morvane::Avi
