@@ -83,6 +83,7 @@ public:
     const AM_MEDIA_TYPE& get_MediaType() const { return m_MT; }
     const AviStream* get_Stream(int n) const { return ValidStream(n) ? &m_pAviStreams[n] : nullptr; }
     int get_CurrentStream() const { return m_nCurrentStream; }
+    bool get_HasIdx1() const { return m_cbIdx1Size != 0; }
 
     // Index.
     bool ParseINDX();

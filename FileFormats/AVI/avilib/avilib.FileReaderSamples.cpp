@@ -1,0 +1,425 @@
+// Sample access on the current stream: whole video frames with one
+// sector-aligned read per run, audio blocks through a one-chunk cache,
+// key frames, GOPs and presentation order.
+#include <algorithm>
+#include <cstring>
+
+#include "FileFormats/AVI/avilib/avilib.FileReader.h"
+#include "util/stringUtils.h"
+
+namespace Morvane::Avi {
+
+HRESULT FileReader::essenceOpen(unsigned int stream)
+{
+    if (!isOpen()) {
+        MORVANE_ASSERT(FALSE);
+        return E_INVALID_STATE;
+    }
+    if (!m_pAviStreams || stream >= m_AviHeader.dwStreams) {
+        setLastError(L"Invalid stream index.");
+        return E_INVALIDARG;
+    }
+    // The cached audio chunk belongs to the stream that was current.
+    m_dwAudioBufferStart = 0;
+    m_dwAudioBufferLength = 0;
+    bool loaded;
+    if (m_pAviStreams[stream].m_dwSuperIndexChunkId != 0) {
+        loaded = LoadINDX(static_cast<int>(stream), 0);
+    } else if (m_cbIdx1Size != 0) {
+        loaded = LoadIDX1(static_cast<int>(stream));
+    } else {
+        setLastError(L"No index table.");
+        return E_FAIL;
+    }
+    if (!loaded)
+        return E_FAIL;
+    m_nCurrentStream = static_cast<int>(stream);
+    return S_OK;
+}
+
+HRESULT FileReader::ReadVideo(unsigned int first, unsigned int count, unsigned char* buf, unsigned int bufSize,
+                              std::vector<unsigned int>& offsets, std::vector<unsigned int>& sizes)
+{
+    MORVANE_ASSERT(m_nCurrentStream >= 0);
+    if (!isOpen() || !hasIndex())
+        return E_INVALID_STATE;
+    if (first >= get_Length(m_nCurrentStream))
+        return E_HANDLE_EOF;
+
+    // Copy the values at once: a later lookup may load another index chunk.
+    std::vector<std::uint64_t> positions;
+    std::uint64_t end = 0;
+    for (unsigned int k = 0; k < count && first + k >= first; ++k) {
+        IndexEntry* e = getIndexEntryV(first + k);
+        if (!e)
+            break;
+        // A frame stored before the first cannot be in the same forward read.
+        if (!positions.empty() && e->offset < positions.front())
+            break;
+        positions.push_back(e->offset);
+        sizes.push_back(e->size);
+        end = std::max(end, e->offset + e->size);
+    }
+    if (positions.empty()) {
+        MORVANE_ASSERT(FALSE);
+        return E_FAIL;
+    }
+    std::uint64_t start = positions.front();
+    std::uint64_t span = end - start;
+    if (span > bufSize)
+        return E_BUFFER_TOO_SMALL;
+
+    HRESULT hr = seek(static_cast<unsigned long>(start), 0);
+    if (FAILED(hr)) {
+        setLastError(Morvane::format(L"Frame[%u] Failed to seek to %llu. ", first,
+                                     static_cast<unsigned long long>(start)));
+        return hr;
+    }
+    unsigned int actual = 0;
+    unsigned int offset = 0;
+    hr = read(buf, bufSize, static_cast<unsigned int>(span), actual, offset);
+    // A frame that the file does not hold in full (an index pointing past
+    // the end) is a failed read, not a frame of stale bytes.
+    if (SUCCEEDED(hr) && (actual < offset || actual - offset < span))
+        hr = E_HANDLE_EOF;
+    if (FAILED(hr)) {
+        setLastError(Morvane::format(L"Frame[%u] Failed to read from disk. ", first));
+        return hr;
+    }
+    for (std::uint64_t p : positions)
+        offsets.push_back(static_cast<unsigned int>(p - start + offset));
+    return S_OK;
+}
+
+HRESULT FileReader::ReadVideo(unsigned int sample, unsigned char* buf, unsigned int bufSize, unsigned int* offset,
+                              unsigned int* size)
+{
+    std::vector<unsigned int> offsets;
+    std::vector<unsigned int> sizes;
+    HRESULT hr = ReadVideo(sample, 1, buf, bufSize, offsets, sizes);
+    if (FAILED(hr))
+        return hr;
+    if (offset)
+        *offset = offsets[0];
+    if (size)
+        *size = sizes[0];
+    return hr;
+}
+
+HRESULT FileReader::CacheAudioData(unsigned int sample)
+{
+    MORVANE_ASSERT(m_nCurrentStream >= 0);
+    unsigned int samplesLeft = 0;
+    unsigned int entryStart = 0;
+    IndexEntry* pEntry = getIndexEntryA(sample, samplesLeft, entryStart);
+    if (!pEntry)
+        return sample < get_Length(m_nCurrentStream) ? E_FAIL : E_HANDLE_EOF;
+    MORVANE_ASSERT(pEntry->size < 0x100000);
+    std::uint64_t fileSize = getSize();
+    if (pEntry->offset > fileSize || pEntry->size > fileSize - pEntry->offset) {
+        setLastError(Morvane::format(L"Audio chunk at %llu runs past the end of the file. ",
+                                     static_cast<unsigned long long>(pEntry->offset)));
+        return E_HANDLE_EOF;
+    }
+    std::uint64_t need = std::uint64_t(pEntry->size) + 2ull * getSectorSize();
+    if (m_AudioBuffer.getCapacity() < need && !m_AudioBuffer.alloc(static_cast<unsigned long>(need)))
+        return E_OUTOFMEMORY;
+    m_dwAudioBufferStart = 0;
+    m_dwAudioBufferLength = 0;
+    m_AudioBuffer.clear();
+    std::uint64_t position = pEntry->offset;
+    std::uint32_t size = pEntry->size;
+    HRESULT hr = seek(static_cast<unsigned long>(position), 0);
+    if (FAILED(hr))
+        return hr;
+    unsigned int cbActual = 0;
+    unsigned int offset = 0;
+    hr = read(m_AudioBuffer.getBuffer(0), static_cast<unsigned int>(m_AudioBuffer.getCapacity()), size, cbActual,
+              offset);
+    if (FAILED(hr))
+        return hr;
+    std::uint32_t got = cbActual > offset ? cbActual - offset : 0;
+    MORVANE_ASSERT(got >= size);
+    unsigned nBlockAlign = blockAlignOf(m_nCurrentStream);
+    m_dwAudioBufferStart = entryStart;
+    m_dwAudioBufferLength = std::min(got, size) / nBlockAlign;
+    m_AudioBuffer.setUsed(cbActual);
+    if (offset < cbActual)
+        m_AudioBuffer.setOffset(offset);
+    return hr;
+}
+
+HRESULT FileReader::ReadAudio(unsigned int first, unsigned int count, unsigned char* buf, unsigned int bufSize,
+                              unsigned int* offset, unsigned int* bytes)
+{
+    MORVANE_ASSERT(m_nCurrentStream >= 0);
+    unsigned nBlockAlign = blockAlignOf(m_nCurrentStream);
+    if (nBlockAlign == 0) {
+        setLastError(L"Audio stream has no block alignment.");
+        return E_FAIL;
+    }
+    if (std::uint64_t(nBlockAlign) * count > bufSize) {
+        setLastError(L"Buffer too small");
+        return E_BUFFER_TOO_SMALL;
+    }
+    unsigned int done = 0;
+    unsigned int next = first;
+    auto copyFromCache = [&](unsigned int wanted) {
+        unsigned int inCache = m_dwAudioBufferLength - (next - m_dwAudioBufferStart);
+        unsigned int nSamples2Copy = std::min(inCache, wanted);
+        MORVANE_ASSERT(nSamples2Copy <= m_dwAudioBufferLength);
+        const unsigned char* from = m_AudioBuffer.getBuffer(0) + m_AudioBuffer.getOffset() +
+                                    std::size_t(next - m_dwAudioBufferStart) * nBlockAlign;
+        std::memcpy(buf + std::size_t(done) * nBlockAlign, from, std::size_t(nSamples2Copy) * nBlockAlign);
+        done += nSamples2Copy;
+        next += nSamples2Copy;
+    };
+    auto cached = [&] {
+        return next >= m_dwAudioBufferStart && next - m_dwAudioBufferStart < m_dwAudioBufferLength;
+    };
+    if (count && cached())
+        copyFromCache(count);
+    HRESULT hr = S_OK;
+    while (done < count) {
+        hr = CacheAudioData(next);
+        if (FAILED(hr))
+            return hr;
+        // A chunk read short holds nothing at next: stop rather than spin.
+        if (!cached()) {
+            setLastError(L"Failed to read audio data.");
+            return E_HANDLE_EOF;
+        }
+        copyFromCache(count - done);
+    }
+    if (offset)
+        *offset = 0;
+    if (bytes)
+        *bytes = done * nBlockAlign;
+    return hr;
+}
+
+HRESULT FileReader::essenceRead(unsigned int first, unsigned int count, unsigned char* buf, unsigned int bufSize,
+                                unsigned int* a, unsigned int* b)
+{
+    if (!isOpen() || !hasIndex() || !ValidStream(m_nCurrentStream))
+        return E_INVALID_STATE;
+    if (get_IsVideo(m_nCurrentStream)) {
+        if (count != 1)
+            return E_INVALIDARG;
+        return ReadVideo(first, buf, bufSize, a, b);
+    }
+    if (get_IsAudio(m_nCurrentStream))
+        return ReadAudio(first, count, buf, bufSize, a, b);
+    return E_UNEXPECTED;
+}
+
+HRESULT FileReader::essenceRead(unsigned int first, unsigned int count, unsigned char* buf, unsigned int bufSize,
+                                std::vector<unsigned int>& offsets, std::vector<unsigned int>& sizes)
+{
+    if (!get_IsVideo(m_nCurrentStream)) {
+        setLastError(L"Failed to read non video data. ", E_NOTIMPL);
+        return E_NOTIMPL;
+    }
+    return ReadVideo(first, count, buf, bufSize, offsets, sizes);
+}
+
+bool FileReader::findKeyframe(unsigned int sample, bool forward, unsigned int& found)
+{
+    if (m_nMaxGopLength == 1) {
+        found = sample;
+        return true;
+    }
+    if (!ensureSampleInRam(sample)) {
+        MORVANE_ASSERT(FALSE);
+        return false;
+    }
+    unsigned int dwStart = sample;
+    MORVANE_ASSERT(dwStart >= m_nIndexStartSample);
+    std::uint32_t i = dwStart - m_nIndexStartSample;
+    for (;;) {
+        if (i >= m_nIndexCount)
+            return false;
+        if (m_pIndex[i].frameType < 5) {
+            found = m_nIndexStartSample + i;
+            return true;
+        }
+        if (forward) {
+            ++i;
+        } else {
+            if (i == 0)
+                return false;
+            --i;
+        }
+    }
+}
+
+bool FileReader::get_NearestKeyFrame(int stream, unsigned int dwFrame, KfSearchType type, unsigned int& found)
+{
+    if (!ValidStream(stream))
+        return false;
+    if (m_nCurrentStream != stream && FAILED(essenceOpen(static_cast<unsigned int>(stream))))
+        return false;
+    if (!hasIndex())
+        return false;
+    switch (type) {
+    case kfBackward:
+        return findKeyframe(dwFrame, false, found);
+    case kfForward:
+        return findKeyframe(dwFrame, true, found);
+    case kfNearest: {
+        unsigned int dwLeft = 0;
+        unsigned int dwRight = 0;
+        bool left = findKeyframe(dwFrame, false, dwLeft);
+        bool right = findKeyframe(dwFrame, true, dwRight);
+        if (left && right) {
+            MORVANE_ASSERT(dwLeft <= dwFrame);
+            MORVANE_ASSERT(dwRight >= dwFrame);
+            found = dwRight - dwFrame < dwFrame - dwLeft ? dwRight : dwLeft;
+            return true;
+        }
+        if (left || right) {
+            found = left ? dwLeft : dwRight;
+            return true;
+        }
+        MORVANE_ASSERT(FALSE);
+        return false;
+    }
+    default:
+        MORVANE_ASSERT(FALSE);
+        return false;
+    }
+}
+
+unsigned int FileReader::get_GopSize(int stream)
+{
+    if (!ValidStream(stream))
+        return 0;
+    if (m_MT.bTemporalCompression == 0 || !get_IsVideo(stream))
+        return 1;
+    if ((!hasIndex() || m_nCurrentStream != stream) && FAILED(essenceOpen(static_cast<unsigned int>(stream))))
+        return 1;
+    return m_nMaxGopLength;
+}
+
+HRESULT FileReader::get_PresentationOrder(unsigned int first, unsigned int count, unsigned int* out)
+{
+    if (!hasIndex())
+        return E_NO_INDEX;
+    if (count == 0)
+        return S_OK;
+    if (m_nMaxGopLength == 1) {
+        out[0] = first;
+        return S_OK;
+    }
+    for (unsigned int k = 0; k < count; ++k) {
+        unsigned int nSample = first + k;
+        IndexEntry* e = getIndexEntryV(nSample);
+        if (!e) {
+            MORVANE_ASSERT(FALSE);
+            return E_FAIL;
+        }
+        MORVANE_ASSERT(nSample >= m_nIndexStartSample);
+        if (m_nMaxGopLength == 1) {
+            out[k] = nSample;
+            return S_OK;
+        }
+        out[k] = e->realLocation;
+    }
+    return S_OK;
+}
+
+HRESULT FileReader::getGopAndPresentationOrder(unsigned int keyframe, std::vector<unsigned int>& gopIndexes,
+                                               std::vector<unsigned int>& presentation)
+{
+    if (!hasIndex())
+        return E_NO_INDEX;
+    for (unsigned int s = keyframe;; ++s) {
+        IndexEntry* e = getIndexEntryV(s);
+        if (!e) {
+            if (s != 0)
+                return S_OK;
+            setLastError(L"get_GopAndPresentationOrder failed to retrieve index entry.");
+            return E_NOT_FOUND;
+        }
+        if (s == keyframe) {
+            if (e->frameType != kFrameTypeKey) {
+                setLastError(L"get_GopAndPresentationOrder failed, supplied index is not a keyframe.");
+                MORVANE_ASSERT(FALSE);
+                return E_FAIL;
+            }
+        } else if (e->frameType == kFrameTypeKey) {
+            return S_OK;
+        }
+        gopIndexes.push_back(s);
+        presentation.push_back(e->displayNumber);
+        if (s == 0xFFFFFFFFu)
+            return S_OK;
+    }
+}
+
+HRESULT FileReader::get_GopAndPresentationOrder(unsigned int keyframe, GOPInfo& info)
+{
+    std::vector<unsigned int> gop;
+    std::vector<unsigned int> order;
+    HRESULT hr = getGopAndPresentationOrder(keyframe, gop, order);
+    if (FAILED(hr))
+        return hr;
+    if (info.count_ < gop.size()) {
+        MORVANE_ASSERT(0);
+        setLastError(L"GetGopAndPresentationOrder failed, insufficient space.");
+        return E_INSUFFICIENT_BUFFER;
+    }
+    if (!gop.empty()) {
+        std::copy(gop.begin(), gop.end(), info.GOPIndexes_);
+        std::copy(order.begin(), order.end(), info.presentationOrder_);
+    }
+    info.count_ = gop.size();
+    return S_OK;
+}
+
+bool FileReader::set_TemporalReordering(bool on)
+{
+    if (!hasIndex()) {
+        MORVANE_ASSERT(FALSE);
+        return false;
+    }
+    if (on == m_bTemporalReordering)
+        return true;
+    m_bTemporalReordering = on;
+    return m_nCurrentStream >= 0 && SUCCEEDED(essenceOpen(static_cast<unsigned int>(m_nCurrentStream)));
+}
+
+unsigned int FileReader::get_ApproxDataRate(int stream)
+{
+    if (!ValidStream(stream))
+        return 0;
+    const AviStream& s = m_pAviStreams[stream];
+    if (get_IsVideo(stream)) {
+        unsigned int fps = s.strh.dwScale ? static_cast<unsigned int>(double(s.strh.dwRate) / s.strh.dwScale) : 0;
+        unsigned int fromBufferSize = fps * (s.strh.dwSuggestedBufferSize / 1000 * 8);
+        static const std::uint32_t fixedRate[] = {
+            makeFourCC("YUY2"), makeFourCC("UYVY"), makeFourCC("GIMX"), makeFourCC("dv25"),
+            makeFourCC("dvsd"), makeFourCC("dv50"), makeFourCC("M101"), makeFourCC("M102"),
+        };
+        std::uint32_t fcc = get_FCC(stream);
+        if (std::find(std::begin(fixedRate), std::end(fixedRate), fcc) != std::end(fixedRate))
+            return fromBufferSize;
+        if (m_nCurrentStream != stream)
+            essenceOpen(static_cast<unsigned int>(stream));
+        if (hasIndex() && m_nCurrentStream == stream && m_nIndexCount > 0) {
+            std::uint32_t n = std::min<std::uint32_t>(m_nIndexCount, 20);
+            std::uint64_t total = 0;
+            for (std::uint32_t i = 0; i < n; ++i)
+                total += m_pIndex[i].size;
+            unsigned int perFrame = static_cast<unsigned int>(total / n) / 1000 * 8;
+            if (perFrame != 0)
+                return fps * perFrame;
+        }
+        return fromBufferSize;
+    }
+    if (get_IsAudio(stream))
+        return static_cast<unsigned int>(double(s.wfx.nBlockAlign) * s.wfx.nSamplesPerSec / 8000.0);
+    return 0;
+}
+
+} // namespace Morvane::Avi
