@@ -1,0 +1,102 @@
+#pragma once
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "FileFormats/AVI/avilib/avilib.Strl.h"
+#include "FileFormats/AVI/avilib/avilib.TrackData.h"
+#include "FileFormats/common/filewriterunbuffered.h"
+#include "util/bytebuffer.h"
+
+namespace Morvane::Avi {
+
+// Writes a sector-aligned OpenDML AVI: a first RIFF "AVI " and, as it
+// grows, further RIFF "AVIX" chunks, with ix##, indx and idx1 indexes.
+// Every write is whole sectors at a sector-aligned offset.
+class FileWriter : public Pell::CFileWriterUnbuffered
+{
+public:
+    static constexpr const wchar_t* kObjectName = L"Pell::Avi::FileWriter";
+
+    FileWriter();
+    ~FileWriter() override;
+    FileWriter(const FileWriter&) = delete;
+    FileWriter& operator=(const FileWriter&) = delete;
+
+    HRESULT create(const std::wstring& path, TrackStructuralData* pTracks, std::uint16_t nTracks);
+    void close() override;
+    void set_FlushFrequency(std::uint32_t n) { m_dwFlushFrequency = n; }
+
+    HRESULT WriteSamples(TrackData* pTrackData, short nTrackData);
+    // Bytes written, or a failing result.
+    HRESULT WriteNextFrame(TrackData* pTrackData, short nTrackData);
+    HRESULT CreateNewRIFFChunk();
+    HRESULT Flush();
+
+    HRESULT WriteIndexTable(bool writeHeadBuffer);
+    HRESULT WriteLegacyIndexTable();
+    void set_NextIndexRealLocation(std::uint32_t n);
+    void set_FindIBPIndexRealLocation(bool b);
+
+    std::uint32_t sectorSize() const { return getSectorSize(); }
+
+    // State for callers and checks.
+    std::uint32_t get_StreamCount() const { return static_cast<std::uint32_t>(m_StrlChunks.size()); }
+    const CStrl* get_Stream(std::uint32_t n) const { return n < m_StrlChunks.size() ? &m_StrlChunks[n] : nullptr; }
+    std::uint32_t get_MaxFrames() const { return m_dwMaxFrames; }
+    std::uint32_t get_MaxIndexEntries() const { return m_dwMaxIndexEntries; }
+    std::uint32_t get_RiffChunkIndex() const { return m_dwRIFF_Chunk_Index; }
+    std::uint32_t get_StartTimecode() const { return m_dwStartTimecode; }
+    const std::vector<std::uint16_t>& get_Trackmapping() const { return m_Trackmapping; }
+    const Morvane::CByteBuffer& get_HeaderBuffer() const { return m_HeaderBuffer; }
+
+protected:
+    virtual void InitVariables();
+
+    std::uint64_t Header_CreateChunk_hdrl();
+    std::uint64_t Header_CreateChunk_avih();
+    std::uint64_t Header_CreateChunk_odml();
+    std::uint64_t Header_CreateChunk_INFO();
+    std::uint64_t Header_CreateChunk_ISFT();
+    std::uint64_t Header_CreateChunk_ISMP();
+    std::uint32_t Header_CreateChunk_ISXX(std::uint32_t fourcc, const char* text);
+
+    HRESULT WriteHeader();
+    HRESULT WriteAtOffset(std::uint64_t dwOffset, unsigned char* pBuffer, std::uint64_t cbSize);
+
+private:
+    friend class CStrl;
+
+    // Appends n bytes at the end of the header buffer; false when they do not fit.
+    bool AppendToHeader(const void* p, std::uint64_t n);
+    void PutHeader32(std::uint64_t offset, std::uint32_t value);
+    void FreeTracks();
+    void DropLastIndexEntries();
+    double VideoFramesPerSecond() const;
+
+    std::uint32_t m_dwFlushFrequency;
+    std::uint32_t m_dwFramesSinceFlush;
+    TrackStructuralData* m_pTracks;
+    std::vector<std::uint16_t> m_Trackmapping;
+    Morvane::CByteBuffer m_HeaderBuffer;
+    Morvane::CByteBuffer m_EssenceBuffer;
+    Morvane::CByteBuffer* m_pCurMovi;
+    std::uint32_t m_cbRiffSize;
+    std::uint32_t m_cbMoviSize;
+    std::vector<CStrl> m_StrlChunks;
+    std::uint32_t m_cbOffset_AVIH_TotalFrames;
+    std::uint32_t m_cbOffset_AVIH_MaxBytesPerSec;
+    std::uint32_t m_cbOffset_AVIH_SuggestedBufferSize;
+    std::uint32_t m_cbOffset_DMLH_TotalFrames;
+    std::uint32_t m_cbOffset_MOVI_Size;
+    std::uint32_t m_dwStartTimecode;
+    std::uint32_t m_dwMaxFrames;
+    std::uint32_t m_dwRIFF_Chunk_Index;
+    std::uint32_t m_dwMaxIndexEntries;
+    bool m_bLegacyIndexWritten;
+    std::uint64_t m_cbTotalPrevRiffBytes;
+    std::uint64_t m_cbCurRiffOffset;
+    std::uint32_t m_cbMoviJunk;
+};
+
+} // namespace Morvane::Avi

@@ -1,0 +1,331 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "common/AssertCapture.h"
+#include "common/TempDir.h"
+#include "writer_layout_check.h"
+
+using namespace writertest;
+
+namespace {
+
+constexpr std::uint32_t kAudioBytesPerFrame = 1920 * 4; // 48 kHz stereo at 25 fps
+
+// Writes frames of the given sizes for the video track and, for every audio
+// track, one 25 fps frame's worth of PCM.
+HRESULT writeFrames(FileWriter& w, std::vector<TrackStructuralData>& tracks, std::uint32_t frames,
+                    std::uint32_t videoSize, std::uint32_t firstFrame = 0)
+{
+    std::vector<TrackData> td(tracks.size());
+    std::vector<std::vector<unsigned char>> bufs(tracks.size());
+    for (std::uint32_t f = firstFrame; f < firstFrame + frames; ++f) {
+        for (std::size_t k = 0; k < tracks.size(); ++k) {
+            std::uint32_t size = tracks[k].Type == StreamVideo ? videoSize + (f % 3)
+                                 : tracks[k].Type == StreamAudio ? kAudioBytesPerFrame
+                                                                 : 4;
+            bufs[k] = payload(static_cast<std::uint32_t>(k), f, size);
+            td[k] = {bufs[k].data(), size, kDisplayNumberNotGiven, 4, 0};
+        }
+        HRESULT hr = w.WriteSamples(td.data(), static_cast<short>(td.size()));
+        if (FAILED(hr))
+            return hr;
+    }
+    return S_OK;
+}
+
+struct LayoutCase
+{
+    const char* name;
+    std::vector<TrackStructuralData> tracks;
+    std::vector<std::string> chunkIds;
+    std::uint64_t capacity;
+    std::uint32_t flags;
+};
+
+class WriterLayout : public testing::TestWithParam<int>
+{
+};
+
+LayoutCase layoutCase(int i)
+{
+    TrackStructuralData uyvy = videoTrack("UYVY", 720, 576, 25, 1);
+    TrackStructuralData dv = videoTrack("dvsd", 720, 576, 25000, 1000);
+    switch (i) {
+    case 0:
+        return {"video only", {uyvy}, {"00db"}, 86016 + 4096 + 512, 0x10030};
+    case 1:
+        return {"video and one audio", {audioTrack(), uyvy}, {"00db", "01wb"}, 176640, 0x10130};
+    default:
+        // The host's order: audio, timecode, video, audio; a second video track is ignored.
+        return {"video, timecode and two audio",
+                {audioTrack(), timecodeTrack(0), dv, audioTrack(1, 44100), uyvy},
+                {"00dc", "01wb", "02wb"},
+                262656,
+                0x10130};
+    }
+}
+
+} // namespace
+
+TEST_P(WriterLayout, FileMatchesTheFixedLayout)
+{
+    testutil::TempDir dir;
+    ASSERT_TRUE(dir.ok());
+    LayoutCase c = layoutCase(GetParam());
+    SCOPED_TRACE(c.name);
+    const std::wstring path = dir.file("layout.avi");
+    FileWriter w;
+    ASSERT_EQ(w.create(path, c.tracks.data(), static_cast<std::uint16_t>(c.tracks.size())), S_OK);
+    ASSERT_EQ(w.sectorSize(), 512u) << "the layout numbers assume 512-byte sectors";
+    EXPECT_EQ(w.get_HeaderBuffer().getCapacity(), c.capacity);
+    EXPECT_EQ(w.get_StreamCount(), c.chunkIds.size());
+    EXPECT_EQ(w.get_MaxFrames(), 25u * 86400u);
+    ASSERT_EQ(writeFrames(w, c.tracks, 40, 5000), S_OK);
+    w.close();
+
+    Walk walk(path);
+    Expected e;
+    e.capacity = c.capacity;
+    e.streams = static_cast<std::uint32_t>(c.chunkIds.size());
+    e.frames = 40;
+    e.chunkIds = c.chunkIds;
+    checkLayout(walk, e);
+
+    auto avih = walk.find("avih");
+    ASSERT_EQ(avih.size(), 1u);
+    const std::uint64_t a = avih[0]->offset + 8;
+    EXPECT_EQ(rd32(walk.data, a), 40000u); // microseconds per frame at 25 fps
+    EXPECT_EQ(rd32(walk.data, a + 8), 512u);
+    EXPECT_EQ(rd32(walk.data, a + 12), c.flags);
+    EXPECT_EQ(rd32(walk.data, a + 24), e.streams);
+    EXPECT_EQ(rd32(walk.data, a + 32), 720u);
+    EXPECT_EQ(rd32(walk.data, a + 36), 576u);
+    auto strh = walk.find("strh");
+    EXPECT_EQ(fcc(rd32(walk.data, strh[0]->offset + 8)), "vids");
+    for (std::size_t k = 1; k < strh.size(); ++k) {
+        EXPECT_EQ(fcc(rd32(walk.data, strh[k]->offset + 8)), "auds");
+        // Sample blocks: every frame carried kAudioBytesPerFrame bytes.
+        const std::uint32_t blockAlign = rd16(walk.data, walk.find("strf")[k]->offset + 8 + 12);
+        EXPECT_EQ(rd32(walk.data, strh[k]->offset + 8 + 32), 40u * kAudioBytesPerFrame / blockAlign);
+    }
+    // Suggested buffer: the largest chunk + 8 on a sector, or the DV frame size.
+    const std::uint32_t suggested = rd32(walk.data, strh[0]->offset + 8 + 36);
+    if (c.chunkIds[0] == "00dc")
+        EXPECT_EQ(suggested, 144384u);
+    else
+        EXPECT_EQ(suggested, 5120u); // 5002 + 8 on a sector
+    EXPECT_EQ(rd32(walk.data, a + 28), suggested);
+}
+
+INSTANTIATE_TEST_SUITE_P(Streams, WriterLayout, testing::Values(0, 1, 2));
+
+TEST(WriterHeader, JunkPadsTheHeaderToASector)
+{
+    testutil::TempDir dir;
+    // First find the unpadded header length with no extra data.
+    TrackStructuralData probe = videoTrack("M101", 720, 576, 25, 1);
+    FileWriter w;
+    ASSERT_EQ(w.create(dir.file("probe.avi"), &probe, 1), S_OK);
+    const auto& hb = w.get_HeaderBuffer();
+    std::vector<unsigned char> head(hb.getBuffer(0), hb.getBuffer(0) + hb.getUsed());
+    const std::uint64_t hdrlEnd = 12 + 8 + rd32(head, 16);
+    const std::uint64_t unpadded = hdrlEnd + 8 + rd32(head, hdrlEnd + 4);
+    w.close();
+
+    struct Case
+    {
+        std::uint64_t endsShortBy; // bytes before the sector boundary
+        bool junk;
+        std::uint32_t junkTotal;
+    } cases[] = {{0, false, 0}, {4, true, 512 + 4}, {12, true, 12}, {200, true, 200}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.endsShortBy);
+        const std::uint64_t extra = (512 - c.endsShortBy + 512 * 8 - unpadded % 512) % 512;
+        std::vector<unsigned char> bytes(extra, 0xAB);
+        TrackStructuralData t = probe;
+        t.pExtraData = extra ? bytes.data() : nullptr;
+        t.cbExtra = static_cast<std::uint16_t>(extra);
+        ASSERT_EQ(w.create(dir.file("junk.avi"), &t, 1), S_OK);
+        std::vector<unsigned char> h(hb.getBuffer(0), hb.getBuffer(0) + hb.getUsed());
+        ASSERT_EQ((unpadded + extra) % 512, (512 - c.endsShortBy) % 512);
+        EXPECT_EQ(h.size() % 512, 0u);
+        if (!c.junk) {
+            EXPECT_EQ(h.size(), unpadded + extra);
+        } else {
+            ASSERT_EQ(h.size(), unpadded + extra + c.junkTotal);
+            EXPECT_EQ(fcc(rd32(h, unpadded + extra)), "JUNK");
+            EXPECT_EQ(rd32(h, unpadded + extra + 4), c.junkTotal - 8);
+        }
+        EXPECT_EQ(rd32(h, 4), h.size() - 8);
+        w.close();
+    }
+}
+
+TEST(WriterHeader, InfoTextsAndStartTimecode)
+{
+    testutil::TempDir dir;
+    struct Case
+    {
+        std::uint32_t start;
+        const char* text;
+    } cases[] = {{0, "00:00:00.00"}, {90061, "01:00:02.11"}};
+    for (const Case& c : cases) {
+        std::vector<TrackStructuralData> tracks = {timecodeTrack(c.start), videoTrack("UYVY", 720, 576, 25, 1)};
+        FileWriter w;
+        ASSERT_EQ(w.create(dir.file("info.avi"), tracks.data(), 2), S_OK);
+        EXPECT_EQ(w.get_StreamCount(), 1u);
+        ASSERT_EQ(writeFrames(w, tracks, 1, 100), S_OK);
+        w.close();
+        Walk walk(dir.file("info.avi"));
+        ASSERT_TRUE(walk.ok) << walk.problem;
+        auto isft = walk.find("ISFT");
+        auto ismp = walk.find("ISMP");
+        ASSERT_EQ(isft.size(), 1u);
+        ASSERT_EQ(ismp.size(), 1u);
+        EXPECT_EQ(isft[0]->size, 22u);
+        EXPECT_EQ(std::string(reinterpret_cast<const char*>(&walk.data[isft[0]->offset + 8]), 22),
+                  std::string("Morvane AVI v3.0.0.0 \0", 22));
+        EXPECT_EQ(ismp[0]->size, 12u);
+        EXPECT_EQ(std::string(reinterpret_cast<const char*>(&walk.data[ismp[0]->offset + 8])), c.text);
+    }
+}
+
+TEST(WriterHeader, VideoPropertiesByFormat)
+{
+    testutil::TempDir dir;
+    struct Case
+    {
+        TrackStructuralData track;
+        bool vprp;
+        std::uint32_t token, standard, aspect, fields;
+    } cases[] = {
+        {videoTrack("dvsd", 720, 576, 25, 1), true, 2, 1, 0x00040003, 1},
+        {videoTrack("MJPG", 720, 480, 30000, 1001), true, 4, 2, 0x00040003, 2},
+        {videoTrack("UYVY", 1920, 1080, 25, 1), true, 5, 4, 0x00100009, 1},
+        {videoTrack("M101", 1280, 720, 60000, 1001), true, 7, 14, 0x00100009, 1},
+        {videoTrack("M101", 1280, 720, 50, 1), false, 0, 0, 0, 0},
+    };
+    for (auto& c : cases) {
+        FileWriter w;
+        ASSERT_EQ(w.create(dir.file("vprp.avi"), &c.track, 1), S_OK);
+        const auto& hb = w.get_HeaderBuffer();
+        std::vector<unsigned char> h(hb.getBuffer(0), hb.getBuffer(0) + hb.getUsed());
+        std::uint64_t at = 0;
+        for (std::uint64_t p = 0; p + 4 <= h.size(); p += 4)
+            if (fcc(rd32(h, p)) == "vprp") {
+                at = p;
+                break;
+            }
+        EXPECT_EQ(at != 0, c.vprp);
+        if (at) {
+            EXPECT_EQ(rd32(h, at + 4), 40u);
+            EXPECT_EQ(rd32(h, at + 8), c.token);
+            EXPECT_EQ(rd32(h, at + 12), c.standard);
+            EXPECT_EQ(rd32(h, at + 28), c.aspect);
+            EXPECT_EQ(rd32(h, at + 32), static_cast<std::uint32_t>(c.track.Data.VInfo.width));
+            EXPECT_EQ(rd32(h, at + 40), c.fields);
+        }
+        w.close();
+    }
+}
+
+TEST(WriterCreate, RefusesBadTrackArrays)
+{
+    testutil::TempDir dir;
+    FileWriter w;
+    TrackStructuralData audio = audioTrack();
+    EXPECT_EQ(w.create(dir.file("none.avi"), &audio, 0), E_INVALIDARG);
+    std::string printed = testutil::captureStdout([&] { EXPECT_EQ(w.create(dir.file("a.avi"), &audio, 1), E_INVALIDARG); });
+    EXPECT_EQ(w.getLastError(), L"Cannot create file with no video track.");
+    EXPECT_NE(printed.find("assertion failed FALSE at FileFormats/AVI/avilib/avilib.FileWriter line"),
+              std::string::npos);
+    w.close();
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "a.avi"));
+
+    // More than 4096 bytes of codec data in all.
+    std::vector<unsigned char> big(4097);
+    TrackStructuralData v = videoTrack("M101", 720, 576, 25, 1);
+    v.pExtraData = big.data();
+    v.cbExtra = 4097;
+    EXPECT_EQ(w.create(dir.file("big.avi"), &v, 1), E_FAIL);
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "big.avi"));
+}
+
+TEST(WriterClose, FileWithoutFramesIsDeletedAndTheWriterIsReusable)
+{
+    testutil::TempDir dir;
+    std::vector<TrackStructuralData> tracks = {videoTrack("UYVY", 720, 576, 25, 1), audioTrack()};
+    FileWriter w;
+    ASSERT_EQ(w.create(dir.file("empty.avi"), tracks.data(), 2), S_OK);
+    EXPECT_TRUE(std::filesystem::exists(dir.path() / "empty.avi"));
+    w.close();
+    EXPECT_FALSE(std::filesystem::exists(dir.path() / "empty.avi"));
+
+    for (const char* name : {"first.avi", "second.avi"}) {
+        ASSERT_EQ(w.create(dir.file(name), tracks.data(), 2), S_OK);
+        ASSERT_EQ(writeFrames(w, tracks, 7, 3000), S_OK);
+        w.close();
+        Expected e;
+        e.capacity = 176640;
+        e.streams = 2;
+        e.frames = 7;
+        e.chunkIds = {"00db", "01wb"};
+        checkLayout(Walk(dir.file(name)), e);
+    }
+}
+
+TEST(WriterSamples, RefusesShortTrackArrays)
+{
+    testutil::TempDir dir;
+    std::vector<TrackStructuralData> tracks = {audioTrack(), videoTrack("UYVY", 720, 576, 25, 1)};
+    FileWriter w;
+    ASSERT_EQ(w.create(dir.file("short.avi"), tracks.data(), 2), S_OK);
+    TrackData td[2] = {};
+    EXPECT_EQ(w.WriteSamples(nullptr, 2), E_INVALIDARG);
+    EXPECT_EQ(w.WriteSamples(td, 1), E_INVALIDARG);
+}
+
+TEST(WriterSamples, OddSizesAndTinyChunksKeepTheSectorLayout)
+{
+    testutil::TempDir dir;
+    std::vector<TrackStructuralData> tracks = {videoTrack("UYVY", 720, 576, 25, 1), audioTrack(1, 8000)};
+    tracks[1].Data.AInfo.blockAlign = 1;
+    FileWriter w;
+    ASSERT_EQ(w.create(dir.file("odd.avi"), tracks.data(), 2), S_OK);
+    // Sizes around the sector edge: 500 + 8 ends 4 bytes short, 504 + 8 ends on it.
+    const std::uint32_t sizes[] = {1, 500, 501, 504, 511, 512, 1023};
+    std::uint32_t f = 0;
+    for (std::uint32_t size : sizes) {
+        std::vector<unsigned char> v = payload(0, f, size), a = payload(1, f, 1);
+        TrackData td[2] = {{v.data(), size, kDisplayNumberNotGiven, 4, 0}, {a.data(), 1, kDisplayNumberNotGiven, 4, 0}};
+        ASSERT_EQ(w.WriteSamples(td, 2), S_OK);
+        ++f;
+    }
+    w.close();
+    Walk walk(dir.file("odd.avi"));
+    Expected e;
+    e.capacity = 176640;
+    e.streams = 2;
+    e.frames = f;
+    e.chunkIds = {"00db", "01wb"};
+    checkLayout(walk, e);
+    // The 500-byte chunk ends 4 bytes short of a sector: its JUNK is S + 4 bytes.
+    // Each frame is [video chunk][JUNK][audio chunk][JUNK].
+    std::uint64_t p = 176640;
+    for (std::uint32_t size : sizes) {
+        const std::uint64_t junkAt = p + 8 + size + (size & 1);
+        const std::uint32_t junk = rd32(walk.data, junkAt + 4) + 8;
+        if (size == 500) {
+            EXPECT_EQ(junk, 516u);
+        }
+        if (size == 504) {
+            EXPECT_EQ(junk, 512u); // a chunk ending on the sector still gets a whole sector of JUNK
+        }
+        p = junkAt + junk;
+        // the 1-byte audio chunk: 8 + 2 bytes and S - 10 of JUNK
+        EXPECT_EQ(rd32(walk.data, p + 4), 1u);
+        EXPECT_EQ(rd32(walk.data, p + 8 + 2 + 4) + 8, 502u);
+        p += 512;
+    }
+}

@@ -1,0 +1,227 @@
+#pragma once
+// Helpers of the writer tests: track descriptions, frame feeding and an
+// independent walk over the chunks of a written file.
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "FileFormats/AVI/avilib/avilib.FileWriter.h"
+#include "util/fourcc.h"
+
+namespace writertest {
+
+using namespace Morvane::Avi;
+
+inline TrackStructuralData videoTrack(const char (&fcc)[5], std::uint64_t width, std::uint64_t height,
+                                      std::uint64_t rate, std::uint64_t scale)
+{
+    TrackStructuralData t = {};
+    t.Type = StreamVideo;
+    t.Data.VInfo.width = width;
+    t.Data.VInfo.height = height;
+    t.Data.VInfo.bitCount = 24;
+    t.Data.VInfo.fourcc = Morvane::makeFourCC(fcc);
+    t.Data.VInfo.aspectRatio = 0x00040003;
+    t.Data.VInfo.rate = rate;
+    t.Data.VInfo.scale = scale;
+    return t;
+}
+
+inline TrackStructuralData audioTrack(std::uint16_t channels = 2, std::uint32_t rate = 48000)
+{
+    TrackStructuralData t = {};
+    t.Type = StreamAudio;
+    t.Data.AInfo.formatTag = 1;
+    t.Data.AInfo.channels = channels;
+    t.Data.AInfo.samplesPerSec = rate;
+    t.Data.AInfo.bitsPerSample = 16;
+    t.Data.AInfo.blockAlign = static_cast<std::uint16_t>(channels * 2);
+    t.Data.AInfo.avgBytesPerSec = rate * channels * 2;
+    return t;
+}
+
+inline TrackStructuralData timecodeTrack(std::uint32_t start)
+{
+    TrackStructuralData t = {};
+    t.Type = StreamTimecode;
+    t.Data.TCInfo.startFrame = start;
+    return t;
+}
+
+// Bytes that tell frame f of track k apart from every other chunk.
+inline std::vector<unsigned char> payload(std::uint32_t k, std::uint32_t f, std::uint32_t size)
+{
+    std::vector<unsigned char> v(size);
+    std::uint32_t x = (k + 1) * 2654435761u ^ (f * 40503u + 17u);
+    for (auto& b : v) {
+        x = x * 1664525u + 1013904223u;
+        b = static_cast<unsigned char>(x >> 24);
+    }
+    return v;
+}
+
+inline std::uint32_t rd32(const std::vector<unsigned char>& d, std::uint64_t at)
+{
+    std::uint32_t v = 0;
+    if (at + 4 <= d.size())
+        std::memcpy(&v, d.data() + at, 4);
+    return v;
+}
+
+inline std::uint16_t rd16(const std::vector<unsigned char>& d, std::uint64_t at)
+{
+    std::uint16_t v = 0;
+    if (at + 2 <= d.size())
+        std::memcpy(&v, d.data() + at, 2);
+    return v;
+}
+
+inline std::uint64_t rd64(const std::vector<unsigned char>& d, std::uint64_t at)
+{
+    std::uint64_t v = 0;
+    if (at + 8 <= d.size())
+        std::memcpy(&v, d.data() + at, 8);
+    return v;
+}
+
+inline std::string fcc(std::uint32_t v)
+{
+    return std::string(reinterpret_cast<const char*>(&v), 4);
+}
+
+struct Chunk
+{
+    std::string id;
+    std::string listType; // for RIFF and LIST
+    std::uint64_t offset; // of the chunk header
+    std::uint32_t size;
+    int depth;
+};
+
+// All chunks of the file in order, lists and their contents included.
+struct Walk
+{
+    std::vector<unsigned char> data;
+    std::vector<Chunk> chunks;
+    bool ok = true;
+    std::string problem;
+
+    explicit Walk(const std::wstring& path)
+    {
+        std::ifstream in(std::string(path.begin(), path.end()), std::ios::binary);
+        data.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        std::uint64_t pos = 0;
+        while (pos + 12 <= data.size() && ok) {
+            if (fcc(rd32(data, pos)) != "RIFF") {
+                fail("top level chunk is not RIFF", pos);
+                break;
+            }
+            std::uint64_t end = pos + 8 + rd32(data, pos + 4);
+            walkList(pos, end, 0);
+            pos = end;
+        }
+    }
+
+    void fail(const std::string& what, std::uint64_t at)
+    {
+        ok = false;
+        problem = what + " at " + std::to_string(at);
+    }
+
+    void walkList(std::uint64_t pos, std::uint64_t end, int depth)
+    {
+        if (end > data.size()) {
+            fail("list past the file end", pos);
+            return;
+        }
+        chunks.push_back({fcc(rd32(data, pos)), fcc(rd32(data, pos + 8)), pos, rd32(data, pos + 4), depth});
+        std::uint64_t p = pos + 12;
+        while (p + 8 <= end && ok) {
+            std::string id = fcc(rd32(data, p));
+            std::uint32_t size = rd32(data, p + 4);
+            std::uint64_t next = p + 8 + size + (size & 1);
+            if (next > end) {
+                fail("chunk " + id + " past its list", p);
+                return;
+            }
+            if (id == "LIST" || id == "RIFF")
+                walkList(p, p + 8 + size, depth + 1);
+            else
+                chunks.push_back({id, "", p, size, depth + 1});
+            p = next;
+        }
+    }
+
+    std::vector<const Chunk*> find(const std::string& id, const std::string& listType = "") const
+    {
+        std::vector<const Chunk*> out;
+        for (const Chunk& c : chunks)
+            if (c.id == id && (listType.empty() || c.listType == listType))
+                out.push_back(&c);
+        return out;
+    }
+};
+
+inline std::string run(const std::string& command)
+{
+    std::string out;
+    if (FILE* p = ::popen(command.c_str(), "r")) {
+        char buf[4096];
+        std::size_t n;
+        while ((n = std::fread(buf, 1, sizeof(buf), p)) > 0)
+            out.append(buf, n);
+        ::pclose(p);
+    }
+    return out;
+}
+
+inline std::string narrow(const std::wstring& s)
+{
+    return std::string(s.begin(), s.end());
+}
+
+// ffprobe's key=value lines for one stream entry list.
+inline std::map<std::string, std::string> probeStream(const std::wstring& path, int stream,
+                                                      const std::string& entries)
+{
+    std::string out = run("ffprobe -v error -count_packets -select_streams " + std::to_string(stream) +
+                          " -show_entries stream=" + entries + " -of default=noprint_wrappers=1 '" + narrow(path) +
+                          "' 2>&1");
+    std::map<std::string, std::string> kv;
+    std::size_t pos = 0;
+    while (pos < out.size()) {
+        std::size_t eol = out.find('\n', pos);
+        std::string line = out.substr(pos, eol == std::string::npos ? std::string::npos : eol - pos);
+        std::size_t eq = line.find('=');
+        if (eq != std::string::npos)
+            kv[line.substr(0, eq)] = line.substr(eq + 1);
+        else if (!line.empty())
+            kv["error"] += line;
+        if (eol == std::string::npos)
+            break;
+        pos = eol + 1;
+    }
+    return kv;
+}
+
+inline std::string md5Hex(const std::vector<unsigned char>& bytes)
+{
+    // Through md5sum, so that the test uses no second implementation.
+    char name[] = "/tmp/vlmd5.XXXXXX";
+    int fd = ::mkstemp(name);
+    if (fd < 0)
+        return {};
+    FILE* f = ::fdopen(fd, "wb");
+    std::fwrite(bytes.data(), 1, bytes.size(), f);
+    std::fclose(f);
+    std::string out = run(std::string("md5sum ") + name);
+    std::remove(name);
+    return out.substr(0, 32);
+}
+
+} // namespace writertest
