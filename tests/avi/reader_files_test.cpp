@@ -1,0 +1,243 @@
+// The reader on files that ffmpeg wrote: every video packet and every
+// audio stream's bytes must equal what ffmpeg reads (tests/data/*.framemd5),
+// and the headers must describe the streams as ffmpeg wrote them.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "AviFrameMd5.h"
+#include "FileFormats/AVI/avilib/avilib.FileReader.h"
+#include "util/stringUtils.h"
+
+using Morvane::makeFourCC;
+using Morvane::Avi::FileReader;
+
+namespace {
+
+std::string dataPath(const std::string& name)
+{
+    const char* root = std::getenv("VELLORO_SOURCE_DIR");
+    return std::string(root ? root : ".") + "/tests/data/" + name;
+}
+
+// The lines that both sides must agree on: dts, size and hash of every
+// video packet (ffmpeg's pts and side data are its own), and the audio MD5s.
+std::vector<std::string> comparable(const std::string& text)
+{
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#')
+            continue;
+        if (line.rfind("audio", 0) == 0) {
+            out.push_back(line);
+            continue;
+        }
+        std::vector<std::string> f;
+        std::stringstream ss(line);
+        std::string field;
+        while (std::getline(ss, field, ','))
+            f.push_back(field.substr(field.find_first_not_of(' ')));
+        if (f.size() >= 6)
+            out.push_back(f[0] + " " + f[1] + " " + f[4] + " " + f[5]);
+    }
+    return out;
+}
+
+std::string slurp(const std::string& path)
+{
+    std::ifstream in(path);
+    std::stringstream ss;
+    ss << in.rdbuf();
+    return ss.str();
+}
+
+class FfmpegFiles : public testing::TestWithParam<const char*>
+{};
+
+TEST_P(FfmpegFiles, PacketsAndAudioMatchFfmpeg)
+{
+    std::string path = dataPath(GetParam());
+    std::string ours;
+    std::string error;
+    ASSERT_TRUE(velloro::aviFrameMd5(Morvane::convertString(path), ours, error)) << error;
+    std::vector<std::string> expected = comparable(slurp(path + ".framemd5"));
+    ASSERT_FALSE(expected.empty());
+    EXPECT_EQ(comparable(ours), expected);
+}
+
+INSTANTIATE_TEST_SUITE_P(Reader, FfmpegFiles,
+                         testing::Values("uyvy_pcm16.avi", "yuy2_pcm16.avi", "dv_pal.avi", "dv_ntsc.avi", "dv50.avi",
+                                         "mjpeg.avi", "mpeg2_bframes.avi", "pcm24_6ch.avi", "audio_only.avi"));
+
+struct Expected
+{
+    const char* file;
+    unsigned streams;
+    const char* fcc;
+    int width, height, rate, scale;
+    unsigned length;
+    GUID subtype;
+    std::uint64_t avgTimePerFrame;
+};
+
+class Headers : public testing::TestWithParam<Expected>
+{};
+
+TEST_P(Headers, VideoStreamAndMediaType)
+{
+    const Expected& e = GetParam();
+    FileReader r;
+    ASSERT_EQ(r.load(Morvane::convertString(dataPath(e.file))), S_OK) << Morvane::convertString(r.getLastError());
+    ASSERT_EQ(r.get_StreamCount(), e.streams);
+    EXPECT_TRUE(r.get_IsVideo(0));
+    EXPECT_FALSE(r.get_IsAudio(0));
+    EXPECT_EQ(r.get_FCC(0), makeFourCC(*reinterpret_cast<const char(*)[5]>(e.fcc)));
+    EXPECT_EQ(r.get_Width(0), e.width);
+    EXPECT_EQ(r.get_Height(0), e.height);
+    int rate = 0, scale = 0;
+    EXPECT_TRUE(r.get_RateAndScale(0, &rate, &scale));
+    EXPECT_EQ(rate, e.rate);
+    EXPECT_EQ(scale, e.scale);
+    EXPECT_EQ(r.get_Length(0), e.length);
+    EXPECT_TRUE(r.get_HasIndexTable(0));
+    EXPECT_EQ(r.get_GopSize(0), 1u);
+    const auto& mt = r.get_MediaType();
+    EXPECT_TRUE(mt.majortype == Morvane::Avi::MEDIATYPE_Video);
+    EXPECT_TRUE(mt.subtype == e.subtype);
+    EXPECT_TRUE(mt.formattype == Morvane::Avi::FORMAT_VideoInfo);
+    ASSERT_NE(mt.pbFormat, nullptr);
+    Morvane::Avi::VIDEOINFOHEADER vih;
+    std::memcpy(&vih, mt.pbFormat, sizeof vih);
+    EXPECT_EQ(vih.AvgTimePerFrame, e.avgTimePerFrame);
+    EXPECT_EQ(vih.bmiHeader.biWidth, e.width);
+}
+
+constexpr GUID fourcc(const char (&s)[5])
+{
+    return Morvane::Avi::fourccGuid(makeFourCC(s));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Reader, Headers,
+    testing::Values(
+        // Uncompressed: frame time in double precision, 1124-byte VIDEOINFO.
+        Expected{"uyvy_pcm16.avi", 2, "UYVY", 64, 48, 25, 1, 5, fourcc("UYVY"), 400000},
+        Expected{"yuy2_pcm16.avi", 2, "YUY2", 64, 48, 25, 1, 5, fourcc("YUY2"), 400000},
+        // DV: integer frame time, so 30000/1001 gives 10,000,000 / 29.
+        Expected{"dv_pal.avi", 2, "dvsd", 720, 576, 25, 1, 3, fourcc("dvsd"), 400000},
+        Expected{"dv_ntsc.avi", 2, "dvsd", 720, 480, 30000, 1001, 3, fourcc("dvsd"), 344827},
+        Expected{"dv50.avi", 2, "dv50", 720, 576, 25, 1, 2, fourcc("dv50"), 400000},
+        Expected{"mjpeg.avi", 2, "MJPG", 64, 48, 25, 1, 5, fourcc("MJPG"), 400000},
+        // Any other code: the uncompressed path with the FourCC's GUID.
+        Expected{"mpeg2_bframes.avi", 1, "mpg2", 64, 48, 25, 1, 13, fourcc("mpg2"), 400000}));
+
+TEST(ReaderAudio, ExtensibleFormatsKeepTheirExtensionAsExtraData)
+{
+    FileReader r;
+    ASSERT_EQ(r.load(Morvane::convertString(dataPath("pcm24_6ch.avi"))), S_OK);
+    ASSERT_EQ(r.get_StreamCount(), 3u);
+    EXPECT_TRUE(r.get_IsAudio(1));
+    EXPECT_EQ(r.get_FCC(1), 0xFFFEu);
+    EXPECT_EQ(r.get_ChannelCount(1), 2u);
+    EXPECT_EQ(r.get_BitsPerSample(1), 24u);
+    EXPECT_EQ(r.get_ChannelCount(2), 6u);
+    EXPECT_EQ(r.get_BitsPerSample(2), 16u);
+    EXPECT_FALSE(r.get_HasIndexTable(1)); // video only
+    EXPECT_EQ(r.streamGetExtraData(1, nullptr, 0), 22);
+    unsigned char ext[22];
+    EXPECT_EQ(r.streamGetExtraData(1, ext, 21), -4);
+    ASSERT_EQ(r.streamGetExtraData(1, ext, 22), 22);
+    // wValidBitsPerSample, then the channel mask, then the PCM sub-format.
+    EXPECT_EQ(ext[0] | ext[1] << 8, 24);
+    EXPECT_EQ(ext[6], 1);
+    EXPECT_EQ(r.streamGetExtraData(0, nullptr, 0), 0);
+    EXPECT_EQ(r.streamGetExtraData(3, nullptr, 0), -1);
+    // (block align x rate) / 8000, as the editor expects it.
+    EXPECT_EQ(r.get_ApproxDataRate(1), 6u * 48000 / 8000);
+}
+
+// Frames interleaved with audio come back from one read, each at its own
+// offset, byte for byte as the one-frame reads give them.
+TEST(ReaderVideo, RunOfFramesIsOneReadWithPerFrameOffsets)
+{
+    FileReader r;
+    ASSERT_EQ(r.load(Morvane::convertString(dataPath("mjpeg.avi"))), S_OK);
+    ASSERT_EQ(r.essenceOpen(0), S_OK);
+    std::vector<unsigned char> run(64 * 1024);
+    std::vector<unsigned> offsets, sizes;
+    ASSERT_EQ(r.ReadVideo(1, 3, run.data(), run.size(), offsets, sizes), S_OK);
+    ASSERT_EQ(offsets.size(), 3u);
+    ASSERT_EQ(sizes.size(), 3u);
+    EXPECT_GT(offsets[1], offsets[0] + sizes[0]); // audio lies between the frames
+    std::vector<unsigned char> one(16 * 1024);
+    for (unsigned k = 0; k < 3; ++k) {
+        unsigned offset = 0, size = 0;
+        ASSERT_EQ(r.ReadVideo(1 + k, one.data(), one.size(), &offset, &size), S_OK);
+        ASSERT_EQ(size, sizes[k]);
+        EXPECT_EQ(0, std::memcmp(one.data() + offset, run.data() + offsets[k], size)) << k;
+        EXPECT_EQ(one[offset], 0xFF); // a JPEG starts with FF D8
+        EXPECT_EQ(one[offset + 1], 0xD8);
+    }
+    // Too small for the span: refused before reading.
+    std::vector<unsigned> o2, s2;
+    EXPECT_EQ(r.ReadVideo(1, 3, run.data(), offsets[2] + sizes[2] - offsets[0] - 1, o2, s2), E_BUFFER_TOO_SMALL);
+    EXPECT_EQ(r.ReadVideo(5, one.data(), one.size(), nullptr, nullptr), E_HANDLE_EOF);
+    unsigned a = 0, b = 0;
+    EXPECT_EQ(r.essenceRead(0, 2, one.data(), one.size(), &a, &b), E_INVALIDARG);
+    EXPECT_EQ(r.essenceRead(0, 1, one.data(), one.size(), &a, &b), S_OK);
+    EXPECT_GT(b, 1000u);
+    EXPECT_LT(a, 512u);
+}
+
+// Reads that cross chunk boundaries, in odd pieces, give the same bytes as
+// one read of the whole stream.
+TEST(ReaderAudio, PiecewiseReadsEqualOneRead)
+{
+    FileReader r;
+    ASSERT_EQ(r.load(Morvane::convertString(dataPath("uyvy_pcm16.avi"))), S_OK);
+    ASSERT_EQ(r.essenceOpen(1), S_OK);
+    unsigned total = r.get_ResidentLength();
+    ASSERT_EQ(total, 5120u);
+    std::vector<unsigned char> whole(total * 4);
+    unsigned offset = 7, bytes = 0;
+    ASSERT_EQ(r.ReadAudio(0, total, whole.data(), whole.size(), &offset, &bytes), S_OK);
+    EXPECT_EQ(offset, 0u);
+    EXPECT_EQ(bytes, total * 4);
+    std::vector<unsigned char> pieces(total * 4);
+    for (unsigned first = 0; first < total;) {
+        unsigned n = std::min(777u, total - first);
+        unsigned got = 0;
+        ASSERT_EQ(r.ReadAudio(first, n, pieces.data() + first * 4, n * 4, nullptr, &got), S_OK) << first;
+        ASSERT_EQ(got, n * 4);
+        first += n;
+    }
+    EXPECT_EQ(pieces, whole);
+    EXPECT_EQ(r.ReadAudio(0, 10, pieces.data(), 39, nullptr, nullptr), E_BUFFER_TOO_SMALL);
+    EXPECT_EQ(Morvane::convertString(r.getLastError()), "Buffer too small");
+    EXPECT_EQ(r.ReadAudio(total, 1, pieces.data(), 4, nullptr, nullptr), E_HANDLE_EOF);
+    std::vector<unsigned> o, s;
+    EXPECT_EQ(r.essenceRead(0, 1, pieces.data(), 4, o, s), E_NOTIMPL);
+    EXPECT_EQ(Morvane::convertString(r.getLastError()).rfind("Failed to read non video data. ", 0), 0u);
+}
+
+TEST(ReaderHeader, UpdateMetadataReparsesAndReopensTheStream)
+{
+    FileReader r;
+    ASSERT_EQ(r.load(Morvane::convertString(dataPath("dv_pal.avi"))), S_OK);
+    ASSERT_EQ(r.essenceOpen(1), S_OK);
+    unsigned blocks = r.get_ResidentLength();
+    ASSERT_EQ(r.updateMetadata(), S_OK);
+    EXPECT_EQ(r.get_CurrentStream(), 1);
+    EXPECT_EQ(r.get_StreamCount(), 2u);
+    EXPECT_EQ(r.get_ResidentLength(), blocks);
+}
+
+} // namespace
