@@ -1,0 +1,162 @@
+// Written files as an independent reader sees them: ffprobe and ffmpeg.
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "common/TempDir.h"
+#include "writer_layout_check.h"
+
+using namespace writertest;
+
+namespace {
+
+bool haveFfmpeg()
+{
+    return run("which ffprobe ffmpeg 2>/dev/null").find("ffmpeg") != std::string::npos;
+}
+
+struct FrameMd5Line
+{
+    int stream;
+    std::uint64_t size;
+    std::string md5;
+};
+
+std::vector<FrameMd5Line> frameMd5(const std::wstring& path)
+{
+    std::string out = run("ffmpeg -v error -i '" + narrow(path) + "' -map 0 -c copy -f framemd5 - 2>&1");
+    std::vector<FrameMd5Line> lines;
+    std::istringstream in(out);
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.empty() || line[0] == '#')
+            continue;
+        // stream, dts, pts, duration, size, hash
+        std::vector<std::string> f;
+        std::istringstream fields(line);
+        std::string field;
+        while (std::getline(fields, field, ','))
+            f.push_back(field.substr(field.find_first_not_of(' ')));
+        if (f.size() == 6)
+            lines.push_back({std::stoi(f[0]), std::stoull(f[4]), f[5]});
+        else
+            lines.push_back({-1, 0, line});
+    }
+    return lines;
+}
+
+struct ProbeCase
+{
+    const char* name;
+    std::uint32_t width, height;
+    std::uint32_t frames;
+    std::uint32_t audioStreams;
+    std::uint32_t audioSamplesPerFrame;
+    std::uint32_t expectedRiffs;
+};
+
+} // namespace
+
+class WriterFfprobe : public testing::TestWithParam<ProbeCase>
+{
+};
+
+TEST_P(WriterFfprobe, OpensCleanlyAndGivesTheWrittenBytes)
+{
+    if (!haveFfmpeg())
+        GTEST_SKIP() << "ffmpeg is not installed (scripts/install-deps.sh)";
+    const ProbeCase c = GetParam();
+    testutil::TempDir dir;
+    const std::wstring path = dir.file("probe.avi");
+    std::vector<TrackStructuralData> tracks = {timecodeTrack(0), videoTrack("UYVY", c.width, c.height, 25, 1)};
+    tracks[1].Data.VInfo.bitCount = 16;
+    for (std::uint32_t a = 0; a < c.audioStreams; ++a)
+        tracks.push_back(audioTrack(2, 48000));
+
+    // Every chunk's expected md5, per stream in order.
+    std::vector<std::vector<std::string>> expected(1 + c.audioStreams);
+    std::vector<std::vector<std::uint32_t>> sizes(1 + c.audioStreams);
+    std::vector<std::vector<unsigned char>> audioBytes(c.audioStreams);
+    {
+        FileWriter w;
+        w.set_FlushFrequency(50);
+        ASSERT_EQ(w.create(path, tracks.data(), static_cast<std::uint16_t>(tracks.size())), S_OK);
+        std::vector<TrackData> td(tracks.size());
+        std::vector<std::vector<unsigned char>> bufs(tracks.size());
+        const std::uint32_t frameBytes = c.width * c.height * 2;
+        for (std::uint32_t f = 0; f < c.frames; ++f) {
+            bufs[0] = payload(0, f, 4);
+            td[0] = {bufs[0].data(), 4, kDisplayNumberNotGiven, 4, 0};
+            bufs[1] = payload(1, f, frameBytes);
+            td[1] = {bufs[1].data(), frameBytes, kDisplayNumberNotGiven, 4, 0};
+            if (f < 100)
+                expected[0].push_back(md5Hex(bufs[1]));
+            sizes[0].push_back(frameBytes);
+            for (std::uint32_t a = 0; a < c.audioStreams; ++a) {
+                // A few samples more or less so that frames and streams differ.
+                const std::uint32_t bytes = (c.audioSamplesPerFrame + (f % 3) - a) * 4;
+                bufs[2 + a] = payload(2 + a, f, bytes);
+                td[2 + a] = {bufs[2 + a].data(), bytes, kDisplayNumberNotGiven, 4, 0};
+                audioBytes[a].insert(audioBytes[a].end(), bufs[2 + a].begin(), bufs[2 + a].end());
+                sizes[1 + a].push_back(bytes);
+            }
+            ASSERT_EQ(w.WriteSamples(td.data(), static_cast<short>(td.size())), S_OK);
+        }
+        EXPECT_EQ(w.get_RiffChunkIndex() + 1, c.expectedRiffs);
+    }
+
+    EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
+    auto v = probeStream(path, 0, "codec_tag_string,width,height,r_frame_rate,nb_read_packets,nb_frames");
+    EXPECT_EQ(v["error"], "");
+    EXPECT_EQ(v["codec_tag_string"], "UYVY");
+    EXPECT_EQ(v["width"], std::to_string(c.width));
+    EXPECT_EQ(v["height"], std::to_string(c.height));
+    EXPECT_EQ(v["r_frame_rate"], "25/1");
+    EXPECT_EQ(v["nb_frames"], std::to_string(c.frames));
+    EXPECT_EQ(v["nb_read_packets"], std::to_string(c.frames));
+    for (std::uint32_t a = 0; a < c.audioStreams; ++a) {
+        auto s = probeStream(path, 1 + static_cast<int>(a), "codec_name,sample_rate,channels");
+        EXPECT_EQ(s["error"], "");
+        EXPECT_EQ(s["codec_name"], "pcm_s16le");
+        EXPECT_EQ(s["sample_rate"], "48000");
+        EXPECT_EQ(s["channels"], "2");
+    }
+
+    // ffmpeg's copy gives back exactly the bytes written: video frame by
+    // frame, audio stream by stream (it may cut PCM into other packets).
+    auto lines = frameMd5(path);
+    std::vector<std::vector<const FrameMd5Line*>> perStream(1 + c.audioStreams);
+    for (const FrameMd5Line& l : lines) {
+        ASSERT_GE(l.stream, 0) << l.md5;
+        ASSERT_LT(static_cast<std::uint32_t>(l.stream), perStream.size());
+        perStream[l.stream].push_back(&l);
+    }
+    ASSERT_EQ(perStream[0].size(), c.frames);
+    for (std::size_t i = 0; i < c.frames; ++i) {
+        EXPECT_EQ(perStream[0][i]->size, sizes[0][i]) << "frame " << i;
+        if (i < expected[0].size()) {
+            EXPECT_EQ(perStream[0][i]->md5, expected[0][i]) << "frame " << i;
+        }
+    }
+    for (std::uint32_t a = 0; a < c.audioStreams; ++a) {
+        std::uint64_t bytes = 0;
+        for (const FrameMd5Line* l : perStream[1 + a])
+            bytes += l->size;
+        EXPECT_EQ(bytes, audioBytes[a].size()) << "audio stream " << a;
+        std::string md5 = run("ffmpeg -v error -i '" + narrow(path) + "' -map 0:" + std::to_string(1 + a) +
+                              " -c copy -f md5 - 2>&1");
+        EXPECT_EQ(md5, "MD5=" + md5Hex(audioBytes[a]) + "\n") << "audio stream " << a;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Files, WriterFfprobe,
+                         testing::Values(ProbeCase{"video", 320, 240, 30, 0, 0, 1},
+                                         ProbeCase{"video and two audio", 320, 240, 30, 2, 1920, 1},
+                                         ProbeCase{"three RIFFs", 16, 8, 2 * 8124 + 5, 1, 48, 3}),
+                         [](const testing::TestParamInfo<ProbeCase>& info) {
+                             std::string n = info.param.name;
+                             for (char& ch : n)
+                                 if (!std::isalnum(static_cast<unsigned char>(ch)))
+                                     ch = '_';
+                             return n;
+                         });
