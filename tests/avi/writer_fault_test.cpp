@@ -1,0 +1,159 @@
+// Full disks, short system writes and failing drives while a file grows.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <filesystem>
+
+#include "common/TempDir.h"
+#include "vlhost/FileFaults.h"
+#include "writer_layout_check.h"
+
+using namespace writertest;
+
+namespace {
+
+constexpr std::uint64_t kCapacity = 176640; // header buffer of two streams on 512-byte sectors
+constexpr std::uint32_t kVideoBytes = 5000;
+constexpr std::uint32_t kAudioBytes = 1920 * 4;
+// One frame on disk: 5000 + 8 -> 5120 bytes, 7680 + 8 -> 8192 bytes.
+constexpr std::uint64_t kFrameBytes = 5120 + 8192;
+
+std::vector<TrackStructuralData> tracks()
+{
+    std::vector<TrackStructuralData> t = {videoTrack("UYVY", 320, 240, 25, 1), audioTrack()};
+    t[0].Data.VInfo.bitCount = 16;
+    return t;
+}
+
+HRESULT writeFrame(FileWriter& w, std::uint32_t f)
+{
+    std::vector<unsigned char> v = payload(0, f, kVideoBytes), a = payload(1, f, kAudioBytes);
+    TrackData td[2] = {{v.data(), kVideoBytes, kDisplayNumberNotGiven, 4, 0},
+                       {a.data(), kAudioBytes, kDisplayNumberNotGiven, 4, 0}};
+    return w.WriteSamples(td, 2);
+}
+
+// Passes everything to the real file but fails writes with EIO once a
+// number of bytes has gone through.
+class FailingFile : public iFile
+{
+public:
+    FailingFile(Vl::Ptr<iFile> file, std::uint64_t budget) : file_(std::move(file)), budget_(budget) {}
+    std::uint64_t read(void* buf, std::uint64_t n) override { return file_->read(buf, n); }
+    bool write(const void* buf, std::uint64_t n) override
+    {
+        if (n > budget_) {
+            errno = EIO;
+            return false;
+        }
+        budget_ -= n;
+        return file_->write(buf, n);
+    }
+    bool setPosition(std::uint64_t pos) override { return file_->setPosition(pos); }
+    std::uint64_t getPosition() const override { return file_->getPosition(); }
+    std::uint64_t getSize() const override { return file_->getSize(); }
+
+private:
+    Vl::Ptr<iFile> file_;
+    std::uint64_t budget_;
+};
+
+std::string probeVideoPackets(const std::wstring& path)
+{
+    return probeStream(path, 0, "nb_read_packets")["nb_read_packets"];
+}
+
+bool haveFfprobe()
+{
+    return run("which ffprobe 2>/dev/null").find("ffprobe") != std::string::npos;
+}
+
+} // namespace
+
+TEST(WriterFaults, FailedWriteKeepsEveryEarlierFrame)
+{
+    struct Case
+    {
+        const char* name;
+        bool diskFull;
+        HRESULT code;
+    } cases[] = {
+        {"disk full", true, static_cast<HRESULT>(0x80070070u)}, // the host maps it to its disk-full code
+        {"I/O error", false, static_cast<HRESULT>(0x80070000u | EIO)},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        testutil::TempDir dir;
+        const std::wstring path = dir.file("fault.avi");
+        // Each frame is followed by a flush that rewrites the header buffer,
+        // so the file on disk is complete after every frame.
+        const std::uint32_t good = 6;
+        const std::uint64_t budget = kCapacity + good * (kFrameBytes + kCapacity) + kFrameBytes / 2;
+        vlhost::FileFaults faults;
+        if (c.diskFull) {
+            faults.writeLimit = static_cast<std::int64_t>(budget);
+            vlhost::setFileFaults(path, faults);
+        }
+        auto t = tracks();
+        FileWriter w;
+        w.set_FlushFrequency(1);
+        ASSERT_EQ(w.create(path, t.data(), 2), S_OK);
+        if (!c.diskFull) {
+            Vl::Ptr<iFile> real = w.getFilePtr();
+            w.closeFile();
+            w.setFilePtr(Vl::Ptr<iFile>(new FailingFile(real, budget)));
+        }
+        for (std::uint32_t f = 0; f < good; ++f)
+            ASSERT_EQ(writeFrame(w, f), S_OK) << f;
+        EXPECT_EQ(writeFrame(w, good), c.code);
+        EXPECT_EQ(w.getLastError().rfind(L"WriteNextFrame failed to write data. ", 0), 0u)
+            << narrow(w.getLastError());
+        for (std::uint32_t k = 0; k < 2; ++k) {
+            EXPECT_EQ(w.get_Stream(k)->IndexList_Count(), good);
+            EXPECT_EQ(w.get_Stream(k)->get_SamplesWritten(), k == 0 ? good : good * 1920);
+        }
+        w.close();
+        vlhost::clearFileFaults();
+
+        ASSERT_TRUE(std::filesystem::exists(path));
+        // What the last flush put on disk: the header and the index of the good frames.
+        Walk walk(path);
+        ASSERT_FALSE(walk.find("RIFF").empty());
+        EXPECT_EQ(rd32(walk.data, walk.find("dmlh")[0]->offset + 8), good);
+        EXPECT_EQ(rd32(walk.data, walk.find("ix00")[0]->offset + 12), good);
+        if (haveFfprobe()) {
+            EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
+            EXPECT_EQ(probeVideoPackets(path), std::to_string(good));
+        }
+    }
+}
+
+TEST(WriterFaults, ShortSystemWritesGiveTheSameFile)
+{
+    testutil::TempDir dir;
+    auto t = tracks();
+    for (const char* name : {"plain.avi", "short.avi"}) {
+        const std::wstring path = dir.file(name);
+        if (std::string(name) == "short.avi") {
+            vlhost::FileFaults faults;
+            faults.maxBytesPerWriteCall = 1000;
+            vlhost::setFileFaults(path, faults);
+        }
+        FileWriter w;
+        w.set_FlushFrequency(3);
+        ASSERT_EQ(w.create(path, t.data(), 2), S_OK);
+        for (std::uint32_t f = 0; f < 10; ++f)
+            ASSERT_EQ(writeFrame(w, f), S_OK);
+        w.close();
+    }
+    vlhost::clearFileFaults();
+    Walk plain(dir.file("plain.avi")), shortWrites(dir.file("short.avi"));
+    EXPECT_EQ(plain.data.size(), shortWrites.data.size());
+    EXPECT_TRUE(plain.data == shortWrites.data);
+    Expected e;
+    e.capacity = kCapacity;
+    e.streams = 2;
+    e.frames = 10;
+    e.chunkIds = {"00db", "01wb"};
+    checkLayout(shortWrites, e);
+}
