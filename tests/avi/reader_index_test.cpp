@@ -1,0 +1,318 @@
+// OpenDML indexes built by hand: frame-type (IBP) index with its GOPs and
+// presentation order, two-field index across two standard index chunks,
+// and the standard-index faults.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "FileFormats/AVI/avilib/avilib.FileReader.h"
+#include "avi/reader_builder.h"
+#include "common/AssertCapture.h"
+#include "common/TempDir.h"
+#include "util/stringUtils.h"
+
+using namespace readertest;
+using Morvane::convertString;
+using Morvane::Avi::FileReader;
+
+namespace {
+
+struct Entry
+{
+    std::uint32_t size;
+    std::uint32_t type = 0; // frame-type bits of an IBP entry
+    std::uint32_t display = 0;
+    std::uint32_t real = 0;
+    std::uint32_t sizeWord = 0; // when non-zero, the size field as written
+};
+
+// One video stream, frames in "00dc" chunks, one ix00 per chunk list entry,
+// an indx naming them; no idx1.
+Bytes buildOdml(std::uint8_t subType, const std::vector<std::vector<Entry>>& chunks, bool longGop,
+                std::uint8_t ixSubType = 0xFF, std::uint8_t ixType = AVI_INDEX_OF_CHUNKS)
+{
+    if (ixSubType == 0xFF)
+        ixSubType = subType;
+    unsigned total = 0;
+    for (const auto& c : chunks)
+        total += static_cast<unsigned>(c.size());
+    RiffBuilder b;
+    std::size_t riff = b.begin("RIFF", "AVI ");
+    std::size_t hdrl = b.begin("LIST", "hdrl");
+    b.record(mainHeader(1, total));
+    std::size_t strl = b.begin("LIST", "strl");
+    b.record(streamHeader("vids", longGop ? "MMES" : "dvsd", 25, 1, total));
+    b.chunk("strf", longGop ? mmesFormat(576) : bytesOf(videoFormat("dvsd")));
+    // Room for four entries, as writers reserve it.
+    std::size_t slots = std::max<std::size_t>(4, chunks.size());
+    b.fcc("indx");
+    b.put(static_cast<std::uint32_t>(24 + 16 * slots));
+    b.put(std::uint16_t(4));
+    b.put(subType);
+    b.put(AVI_INDEX_OF_INDEXES);
+    b.put(static_cast<std::uint32_t>(chunks.size()));
+    b.fcc("00dc");
+    for (int i = 0; i < 3; ++i)
+        b.put(std::uint32_t(0));
+    std::size_t superEntries = b.pos();
+    for (std::size_t i = 0; i < slots; ++i)
+        b.put(AVISUPERINDEX_ENTRY{});
+    b.end(strl);
+    std::size_t odml = b.begin("LIST", "odml");
+    AVIEXTHEADER dmlh = {};
+    dmlh.fcc = ckid::dmlh;
+    dmlh.cb = 248;
+    dmlh.dwTotalFrames = total;
+    b.record(dmlh);
+    b.end(odml);
+    b.end(hdrl);
+
+    std::size_t movi = b.begin("LIST", "movi");
+    std::vector<std::vector<std::uint64_t>> data(chunks.size());
+    unsigned k = 0;
+    for (std::size_t c = 0; c < chunks.size(); ++c)
+        for (const Entry& e : chunks[c])
+            data[c].push_back(b.chunk("00dc", frameData(k++, e.size)) + 8);
+    for (std::size_t c = 0; c < chunks.size(); ++c) {
+        std::uint16_t longs = ixSubType == AVI_INDEX_IBP ? 6 : ixSubType == AVI_INDEX_2FIELD ? 3 : 2;
+        std::size_t at = b.pos();
+        b.fcc("ix00");
+        b.put(static_cast<std::uint32_t>(24 + 4 * longs * chunks[c].size()));
+        b.put(longs);
+        b.put(ixSubType);
+        b.put(ixType);
+        b.put(static_cast<std::uint32_t>(chunks[c].size()));
+        b.fcc("00dc");
+        b.put(std::uint64_t(movi)); // base
+        b.put(std::uint32_t(0));
+        for (std::size_t i = 0; i < chunks[c].size(); ++i) {
+            const Entry& e = chunks[c][i];
+            std::uint32_t sizeWord = e.sizeWord ? e.sizeWord : e.size;
+            if (ixSubType == AVI_INDEX_IBP) {
+                b.put(MQ_AVIIBPINDEX_ENTRY{data[c][i], sizeWord | e.type << 29, e.display, e.real, 0});
+            } else if (ixSubType == AVI_INDEX_2FIELD) {
+                b.put(AVIFIELDINDEX_ENTRY{static_cast<std::uint32_t>(data[c][i] - movi), sizeWord, 0});
+            } else {
+                b.put(AVISTDINDEX_ENTRY{static_cast<std::uint32_t>(data[c][i] - movi), sizeWord});
+            }
+        }
+        std::uint32_t size = static_cast<std::uint32_t>(b.pos() - at);
+        b.patch64(superEntries + 16 * c, at);
+        b.patch32(superEntries + 16 * c + 8, size);
+        b.patch32(superEntries + 16 * c + 12, static_cast<std::uint32_t>(chunks[c].size()));
+    }
+    b.end(movi);
+    b.end(riff);
+    return b.bytes();
+}
+
+// Storage order I0 P3 B1 B2 P5 B4 | I6 P9 B7 B8 P11 B10 | I12: display
+// numbers per stored frame, and per place the stored frame shown there.
+std::vector<Entry> longGopEntries()
+{
+    const std::uint32_t type[] = {0, 1, 2, 3, 1, 2, 0, 1, 2, 2, 1, 3, 0};
+    const std::uint32_t display[] = {0, 3, 1, 2, 5, 4, 6, 9, 7, 8, 11, 10, 12};
+    const std::uint32_t real[] = {0, 2, 3, 1, 5, 4, 6, 8, 9, 7, 11, 10, 12};
+    std::vector<Entry> v;
+    for (unsigned i = 0; i < 13; ++i)
+        v.push_back(Entry{200, type[i], display[i], real[i]});
+    return v;
+}
+
+class OdmlFile : public testing::Test
+{
+protected:
+    std::string write(const Bytes& b)
+    {
+        std::string path = (dir_.path() / "odml.avi").string();
+        writeFile(path, b);
+        return path;
+    }
+    testutil::TempDir dir_;
+};
+
+TEST_F(OdmlFile, FrameTypeIndexGivesGopsAndPresentationOrder)
+{
+    FileReader r;
+    ASSERT_EQ(r.load(convertString(write(buildOdml(AVI_INDEX_IBP, {longGopEntries()}, true)))), S_OK)
+        << convertString(r.getLastError());
+    EXPECT_TRUE(r.get_HasIndexTable(0));
+    EXPECT_EQ(r.get_Length(0), 13u);
+    // The serialized media type is taken over, with the PAL frame time.
+    EXPECT_EQ(r.get_MediaType().bTemporalCompression, 1);
+    EXPECT_EQ(r.get_MediaType().cbFormat, 136u);
+    Morvane::Avi::MPEG2VIDEOINFO info;
+    std::memcpy(&info, r.get_MediaType().pbFormat, sizeof info);
+    EXPECT_EQ(info.hdr.AvgTimePerFrame, 400000u);
+
+    EXPECT_EQ(r.get_GopSize(0), 6u);
+    std::vector<unsigned> gop, order;
+    ASSERT_EQ(r.getGopAndPresentationOrder(0, gop, order), S_OK);
+    EXPECT_EQ(gop, (std::vector<unsigned>{0, 1, 2, 3, 4, 5}));
+    EXPECT_EQ(order, (std::vector<unsigned>{0, 3, 1, 2, 5, 4}));
+
+    GOPInfo g;
+    ASSERT_TRUE(Morvane::allocGOPInfo(g, 6));
+    ASSERT_EQ(r.get_GopAndPresentationOrder(6, g), S_OK);
+    ASSERT_EQ(g.count_, 6u);
+    EXPECT_EQ(std::vector<unsigned>(g.GOPIndexes_, g.GOPIndexes_ + 6), (std::vector<unsigned>{6, 7, 8, 9, 10, 11}));
+    EXPECT_EQ(std::vector<unsigned>(g.presentationOrder_, g.presentationOrder_ + 6),
+              (std::vector<unsigned>{6, 9, 7, 8, 11, 10}));
+    // The last GOP runs to the end of the index.
+    g.count_ = 6;
+    ASSERT_EQ(r.get_GopAndPresentationOrder(12, g), S_OK);
+    EXPECT_EQ(g.count_, 1u);
+    g.count_ = 5;
+    std::string printed = testutil::captureStdout([&] { EXPECT_EQ(r.get_GopAndPresentationOrder(0, g), E_INSUFFICIENT_BUFFER); });
+    EXPECT_EQ(convertString(r.getLastError()), "GetGopAndPresentationOrder failed, insufficient space.");
+    EXPECT_NE(printed.find("assertion failed 0 at "), std::string::npos);
+    Morvane::freeGOPInfo(g);
+
+    gop.clear();
+    order.clear();
+    testutil::captureStdout([&] { EXPECT_EQ(r.getGopAndPresentationOrder(2, gop, order), E_FAIL); });
+    EXPECT_EQ(convertString(r.getLastError()),
+              "get_GopAndPresentationOrder failed, supplied index is not a keyframe.");
+
+    unsigned out[6] = {};
+    ASSERT_EQ(r.get_PresentationOrder(0, 6, out), S_OK);
+    EXPECT_EQ(std::vector<unsigned>(out, out + 6), (std::vector<unsigned>{0, 2, 3, 1, 5, 4}));
+
+    unsigned found = 0;
+    EXPECT_TRUE(r.get_NearestKeyFrame(0, 3, FileReader::kfNearest, found)); // tie: backward wins
+    EXPECT_EQ(found, 0u);
+    EXPECT_TRUE(r.get_NearestKeyFrame(0, 4, FileReader::kfNearest, found));
+    EXPECT_EQ(found, 6u);
+    EXPECT_TRUE(r.get_NearestKeyFrame(0, 5, FileReader::kfBackward, found));
+    EXPECT_EQ(found, 0u);
+    EXPECT_TRUE(r.get_NearestKeyFrame(0, 7, FileReader::kfForward, found));
+    EXPECT_EQ(found, 12u);
+    EXPECT_TRUE(r.get_NearestKeyFrame(0, 12, FileReader::kfForward, found));
+    EXPECT_EQ(found, 12u);
+    testutil::captureStdout(
+        [&] { EXPECT_FALSE(r.get_NearestKeyFrame(0, 1, static_cast<FileReader::KfSearchType>(3), found)); });
+
+    // Storage order without reordering; display order with it.
+    std::vector<unsigned char> buf(4096);
+    unsigned offset = 0, size = 0;
+    ASSERT_EQ(r.ReadVideo(1, buf.data(), buf.size(), &offset, &size), S_OK);
+    EXPECT_EQ(buf[offset], 2);
+    ASSERT_TRUE(r.set_TemporalReordering(true));
+    ASSERT_EQ(r.ReadVideo(1, buf.data(), buf.size(), &offset, &size), S_OK);
+    EXPECT_EQ(buf[offset], 3); // place 1 shows stored frame 2
+    ASSERT_EQ(r.ReadVideo(3, buf.data(), buf.size(), &offset, &size), S_OK);
+    EXPECT_EQ(buf[offset], 2); // place 3 shows stored frame 1
+    EXPECT_TRUE(r.set_TemporalReordering(true));
+}
+
+TEST_F(OdmlFile, LongestGopIsTheLargestKeyFrameDistance)
+{
+    std::vector<Entry> v;
+    for (unsigned i = 0; i < 30; ++i)
+        v.push_back(Entry{64, i % 12 == 0 ? 0u : 1u, i, i});
+    FileReader r;
+    ASSERT_EQ(r.load(convertString(write(buildOdml(AVI_INDEX_IBP, {v}, true)))), S_OK);
+    EXPECT_EQ(r.get_GopSize(0), 12u);
+}
+
+TEST_F(OdmlFile, FieldIndexAcrossTwoChunksKeepsOneResident)
+{
+    std::vector<Entry> a = {{300}, {310}, {320}, {330}};
+    std::vector<Entry> b = {{340}, {350}, {360}};
+    FileReader r;
+    ASSERT_EQ(r.load(convertString(write(buildOdml(AVI_INDEX_2FIELD, {a, b}, false)))), S_OK);
+    ASSERT_TRUE(r.get_Stream(0)->m_bTwoField);
+    ASSERT_EQ(r.essenceOpen(0), S_OK);
+    EXPECT_EQ(r.get_IndexStartSample(), 0u);
+    EXPECT_EQ(r.get_ResidentLength(), 4u);
+    std::vector<unsigned char> buf(4096);
+    for (unsigned k : {0u, 5u, 3u, 6u, 4u}) {
+        unsigned offset = 0, size = 0;
+        ASSERT_EQ(r.ReadVideo(k, buf.data(), buf.size(), &offset, &size), S_OK) << k;
+        EXPECT_EQ(size, 300u + 10 * k);
+        EXPECT_EQ(buf[offset], k + 1);
+        EXPECT_EQ(buf[offset + size - 1], k + 1);
+        EXPECT_EQ(r.get_IndexStartSample(), k < 4 ? 0u : 4u);
+    }
+    // A run across the two chunks stops at neither: one read covers it.
+    std::vector<unsigned> offsets, sizes;
+    ASSERT_EQ(r.ReadVideo(2, 4, buf.data(), buf.size(), offsets, sizes), S_OK);
+    EXPECT_EQ(sizes, (std::vector<unsigned>{320, 330, 340, 350}));
+    EXPECT_EQ(buf[offsets[3]], 6);
+    // Every entry counts as a key frame; the GOP is the frame itself and its
+    // presentation number is its place in its own chunk.
+    std::vector<unsigned> gop, order;
+    ASSERT_EQ(r.getGopAndPresentationOrder(5, gop, order), S_OK);
+    EXPECT_EQ(gop, (std::vector<unsigned>{5}));
+    EXPECT_EQ(order, (std::vector<unsigned>{1}));
+    unsigned out[3] = {7, 7, 7};
+    ASSERT_EQ(r.get_PresentationOrder(4, 3, out), S_OK);
+    EXPECT_EQ(out[0], 4u);
+    EXPECT_EQ(out[1], 7u); // intra-only: only the first is written
+    EXPECT_EQ(r.get_GopSize(0), 1u);
+    unsigned found = 0;
+    EXPECT_TRUE(r.findKeyframe(5, false, found));
+    EXPECT_EQ(found, 5u);
+
+    Morvane::Avi::IndexEntry* e = nullptr;
+    testutil::captureStdout([&] { EXPECT_EQ(r.get_IndexEntry(7, &e), E_NO_INDEX); });
+    EXPECT_EQ(convertString(r.getLastError()), "Failed to find superindex.");
+    EXPECT_EQ(r.ReadVideo(7, buf.data(), buf.size(), nullptr, nullptr), E_HANDLE_EOF);
+}
+
+TEST_F(OdmlFile, StandardIndexMasksTheDeltaBit)
+{
+    FileReader r;
+    ASSERT_EQ(r.load(convertString(write(
+                  buildOdml(0, {{{100}, {4096, 0, 0, 0, 0x80001000u}, {120}}}, false)))),
+              S_OK);
+    ASSERT_EQ(r.essenceOpen(0), S_OK);
+    Morvane::Avi::IndexEntry* e = nullptr;
+    ASSERT_EQ(r.get_IndexEntry(1, &e), S_OK);
+    EXPECT_EQ(e->size, 4096u);
+    EXPECT_EQ(e->frameType, Morvane::Avi::kFrameTypeKey);
+}
+
+struct IndexFault
+{
+    const char* name;
+    std::uint8_t subType;
+    std::vector<Entry> entries;
+    std::uint8_t ixSubType;
+    std::uint8_t ixType;
+    const char* text;
+};
+
+class StandardIndexFaults : public testing::TestWithParam<IndexFault>
+{};
+
+TEST_P(StandardIndexFaults, OpenFailsWithText)
+{
+    const IndexFault& f = GetParam();
+    testutil::TempDir dir;
+    std::string path = (dir.path() / "f.avi").string();
+    writeFile(path, buildOdml(f.subType, {f.entries}, false, f.ixSubType, f.ixType));
+    FileReader r;
+    ASSERT_EQ(r.load(convertString(path)), S_OK);
+    testutil::captureStdout([&] { EXPECT_EQ(r.essenceOpen(0), E_FAIL); });
+    EXPECT_EQ(convertString(r.getLastError()), f.text);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Reader, StandardIndexFaults,
+    testing::Values(
+        IndexFault{"UnknownSubType", 0, {{100}}, 7, AVI_INDEX_OF_CHUNKS, "LoadINDX Error: unknown chunk type"},
+        IndexFault{"NotIndexOfChunks", 0, {{100}}, 0, AVI_INDEX_OF_INDEXES,
+                   "LoadINDX Error: index type not AVI_INDEX_OF_CHUNKS"},
+        IndexFault{"ZeroSize", 0, {{100}, {0}}, 0, AVI_INDEX_OF_CHUNKS, "LoadINDX invalid entry size."},
+        IndexFault{"HugeSize", 0, {{100}, {100, 0, 0, 0, 0x1000001}}, 0, AVI_INDEX_OF_CHUNKS,
+                   "LoadINDX invalid entry size."},
+        IndexFault{"FieldZeroSize", 1, {{100}, {0}}, 1, AVI_INDEX_OF_CHUNKS,
+                   "A zero length indx index entry was found."},
+        IndexFault{"FieldCorruptSize", 1, {{10}, {10, 0, 0, 0, 1001}}, 1, AVI_INDEX_OF_CHUNKS,
+                   "A corrupt indx index entry was found."}),
+    [](const testing::TestParamInfo<IndexFault>& i) { return std::string(i.param.name); });
+
+} // namespace
