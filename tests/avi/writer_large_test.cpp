@@ -1,0 +1,98 @@
+// A file past 4 GiB with real-sized frames: several RIFFs, 64-bit offsets.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "common/TempDir.h"
+#include "writer_support.h"
+
+using namespace writertest;
+
+namespace {
+
+constexpr std::uint32_t kWidth = 1920, kHeight = 1080;
+constexpr std::uint32_t kFrameBytes = kWidth * kHeight * 2; // UYVY
+constexpr std::uint32_t kFrames = 1060;                      // about 4.1 GiB of video
+constexpr std::uint32_t kAudioBytes = 1920 * 4;
+
+std::uint32_t readWord(std::ifstream& in, std::uint64_t at)
+{
+    std::uint32_t v = 0;
+    in.seekg(static_cast<std::streamoff>(at));
+    in.read(reinterpret_cast<char*>(&v), 4);
+    return v;
+}
+
+} // namespace
+
+TEST(WriterLarge, FilePastFourGigabytes)
+{
+    testutil::TempDir dir;
+    const std::wstring path = dir.file("large.avi");
+    std::vector<TrackStructuralData> tracks = {videoTrack("UYVY", kWidth, kHeight, 25, 1), audioTrack()};
+    tracks[0].Data.VInfo.bitCount = 16;
+    std::vector<unsigned char> video(kFrameBytes), audio(kAudioBytes);
+    std::vector<std::string> md5s;
+    {
+        FileWriter w;
+        w.set_FlushFrequency(100);
+        ASSERT_EQ(w.create(path, tracks.data(), 2), S_OK);
+        for (std::uint32_t f = 0; f < kFrames; ++f) {
+            // Only the frame's first bytes change: enough to tell frames apart cheaply.
+            std::vector<unsigned char> tag = payload(0, f, 4096);
+            std::memcpy(video.data(), tag.data(), tag.size());
+            std::vector<unsigned char> a = payload(1, f, kAudioBytes);
+            TrackData td[2] = {{video.data(), kFrameBytes, kDisplayNumberNotGiven, 4, 0},
+                               {a.data(), kAudioBytes, kDisplayNumberNotGiven, 4, 0}};
+            ASSERT_EQ(w.WriteSamples(td, 2), S_OK) << f;
+            if (f % 211 == 0 || f == kFrames - 1)
+                md5s.push_back(md5Hex(video));
+        }
+        EXPECT_GE(w.get_RiffChunkIndex(), 2u);
+    }
+    const std::uint64_t size = std::filesystem::file_size(std::filesystem::path(narrow(path)));
+    ASSERT_GT(size, 0x100000000ull);
+
+    // Walk the RIFF chain: each starts where the previous one ends, on a sector.
+    std::ifstream in(narrow(path), std::ios::binary);
+    std::uint64_t pos = 0;
+    int riffs = 0;
+    while (pos < size) {
+        ASSERT_EQ(fcc(readWord(in, pos)), "RIFF") << pos;
+        EXPECT_EQ(fcc(readWord(in, pos + 8)), riffs == 0 ? "AVI " : "AVIX");
+        EXPECT_EQ(pos % 512, 0u);
+        pos += 8ull + readWord(in, pos + 4);
+        ++riffs;
+    }
+    EXPECT_EQ(pos, size);
+    EXPECT_GE(riffs, 3);
+
+    if (run("which ffprobe ffmpeg 2>/dev/null").find("ffmpeg") == std::string::npos)
+        GTEST_SKIP() << "ffmpeg is not installed (scripts/install-deps.sh)";
+    EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
+    auto v = probeStream(path, 0, "codec_tag_string,width,height,nb_frames");
+    EXPECT_EQ(v["codec_tag_string"], "UYVY");
+    EXPECT_EQ(v["width"], "1920");
+    EXPECT_EQ(v["height"], "1080");
+    EXPECT_EQ(v["nb_frames"], std::to_string(kFrames));
+    // Frame sizes and the sampled frames' bytes, frames past 4 GiB included.
+    std::string out = run("ffmpeg -v error -i '" + narrow(path) + "' -map 0:0 -c copy -f framemd5 - 2>&1");
+    std::vector<std::string> hashes;
+    std::size_t p = 0;
+    while ((p = out.find('\n', p)) != std::string::npos) {
+        std::size_t start = p + 1;
+        std::size_t eol = out.find('\n', start);
+        std::string line = out.substr(start, eol == std::string::npos ? std::string::npos : eol - start);
+        if (!line.empty() && line[0] != '#')
+            hashes.push_back(line.substr(line.rfind(',') + 2));
+        p = start;
+    }
+    // framemd5's first line is a header comment, so every frame line follows a newline.
+    ASSERT_EQ(hashes.size(), kFrames);
+    std::size_t m = 0;
+    for (std::uint32_t f = 0; f < kFrames; ++f)
+        if (f % 211 == 0 || f == kFrames - 1) {
+            EXPECT_EQ(hashes[f], md5s[m++]) << "frame " << f;
+        }
+}
