@@ -499,9 +499,10 @@ bool CTimeCodeEx::setFromSystemTime()
     if (!localtime_r(&now.tv_sec, &local))
         return false;
     double ms = static_cast<double>(now.tv_nsec / 1000000);
-    unsigned f = 0;
-    if (data_->rate >= 1.0f)
-        f = static_cast<unsigned>(ms / (1000.0 / data_->rate));
+    // An absurd rate leaves no period to divide by; its frame is 0.
+    double period = 1000.0 / data_->rate;
+    double frame = period > 0.0 ? ms / period : 0.0;
+    unsigned f = frame >= 0.0 && frame < 4294967295.0 ? static_cast<unsigned>(frame) : 0;
     return setDuration(toFrameCount(static_cast<unsigned>(local.tm_hour), static_cast<unsigned>(local.tm_min),
                            static_cast<unsigned>(local.tm_sec), f, 1),
         false);
