@@ -113,11 +113,11 @@ TEST_P(Headers, VideoStreamAndMediaType)
     EXPECT_TRUE(mt.majortype == Morvane::Avi::MEDIATYPE_Video);
     EXPECT_TRUE(mt.subtype == e.subtype);
     EXPECT_TRUE(mt.formattype == Morvane::Avi::FORMAT_VideoInfo);
-    ASSERT_NE(mt.pbFormat, nullptr);
+    ASSERT_TRUE(mt.pbFormat != nullptr);
     Morvane::Avi::VIDEOINFOHEADER vih;
     std::memcpy(&vih, mt.pbFormat, sizeof vih);
-    EXPECT_EQ(vih.AvgTimePerFrame, e.avgTimePerFrame);
-    EXPECT_EQ(vih.bmiHeader.biWidth, e.width);
+    EXPECT_EQ(+vih.AvgTimePerFrame, e.avgTimePerFrame);
+    EXPECT_EQ(+vih.bmiHeader.biWidth, e.width);
 }
 
 constexpr GUID fourcc(const char (&s)[5])

@@ -141,11 +141,11 @@ TEST_F(OdmlFile, FrameTypeIndexGivesGopsAndPresentationOrder)
     EXPECT_TRUE(r.get_HasIndexTable(0));
     EXPECT_EQ(r.get_Length(0), 13u);
     // The serialized media type is taken over, with the PAL frame time.
-    EXPECT_EQ(r.get_MediaType().bTemporalCompression, 1);
-    EXPECT_EQ(r.get_MediaType().cbFormat, 136u);
+    EXPECT_EQ(+r.get_MediaType().bTemporalCompression, 1);
+    EXPECT_EQ(+r.get_MediaType().cbFormat, 136u);
     Morvane::Avi::MPEG2VIDEOINFO info;
     std::memcpy(&info, r.get_MediaType().pbFormat, sizeof info);
-    EXPECT_EQ(info.hdr.AvgTimePerFrame, 400000u);
+    EXPECT_EQ(+info.hdr.AvgTimePerFrame, 400000u);
 
     EXPECT_EQ(r.get_GopSize(0), 6u);
     std::vector<unsigned> gop, order;
@@ -271,8 +271,8 @@ TEST_F(OdmlFile, StandardIndexMasksTheDeltaBit)
     ASSERT_EQ(r.essenceOpen(0), S_OK);
     Morvane::Avi::IndexEntry* e = nullptr;
     ASSERT_EQ(r.get_IndexEntry(1, &e), S_OK);
-    EXPECT_EQ(e->size, 4096u);
-    EXPECT_EQ(e->frameType, Morvane::Avi::kFrameTypeKey);
+    EXPECT_EQ(+e->size, 4096u);
+    EXPECT_EQ(+e->frameType, +Morvane::Avi::kFrameTypeKey);
 }
 
 struct IndexFault

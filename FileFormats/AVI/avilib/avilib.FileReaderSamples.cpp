@@ -56,9 +56,12 @@ HRESULT FileReader::ReadVideo(unsigned int first, unsigned int count, unsigned c
         // A frame stored before the first cannot be in the same forward read.
         if (!positions.empty() && e->offset < positions.front())
             break;
-        positions.push_back(e->offset);
-        sizes.push_back(e->size);
-        end = std::max(end, e->offset + e->size);
+        // By value: the records are packed.
+        std::uint64_t position = e->offset;
+        unsigned int size = e->size;
+        positions.push_back(position);
+        sizes.push_back(size);
+        end = std::max(end, position + size);
     }
     if (positions.empty()) {
         MORVANE_ASSERT(FALSE);
@@ -351,7 +354,8 @@ HRESULT FileReader::getGopAndPresentationOrder(unsigned int keyframe, std::vecto
             return S_OK;
         }
         gopIndexes.push_back(s);
-        presentation.push_back(e->displayNumber);
+        unsigned int displayNumber = e->displayNumber;
+        presentation.push_back(displayNumber);
         if (s == 0xFFFFFFFFu)
             return S_OK;
     }
