@@ -91,7 +91,8 @@ Bytes buildOdml(std::uint8_t subType, const std::vector<std::vector<Entry>>& chu
             const Entry& e = chunks[c][i];
             std::uint32_t sizeWord = e.sizeWord ? e.sizeWord : e.size;
             if (ixSubType == AVI_INDEX_IBP) {
-                b.put(MQ_AVIIBPINDEX_ENTRY{data[c][i], sizeWord | e.type << 29, e.display, e.real, 0});
+                // A frame-type entry holds the chunk header's absolute position.
+                b.put(MQ_AVIIBPINDEX_ENTRY{data[c][i] - 8, sizeWord | e.type << 29, e.display, e.real, 0});
             } else if (ixSubType == AVI_INDEX_2FIELD) {
                 b.put(AVIFIELDINDEX_ENTRY{static_cast<std::uint32_t>(data[c][i] - movi), sizeWord, 0});
             } else {

@@ -7,6 +7,7 @@
 #include "common/TempDir.h"
 #include "vlhost/FileFaults.h"
 #include "writer_layout_check.h"
+#include "writer_readback.h"
 
 using namespace writertest;
 
@@ -25,12 +26,16 @@ std::vector<TrackStructuralData> tracks()
     return t;
 }
 
-HRESULT writeFrame(FileWriter& w, std::uint32_t f)
+// Writes frame f; `written` records it when the write succeeds.
+HRESULT writeFrame(FileWriter& w, std::uint32_t f, Written& written)
 {
     std::vector<unsigned char> v = payload(0, f, kVideoBytes), a = payload(1, f, kAudioBytes);
     TrackData td[2] = {{v.data(), kVideoBytes, kDisplayNumberNotGiven, 4, 0},
                        {a.data(), kAudioBytes, kDisplayNumberNotGiven, 4, 0}};
-    return w.WriteSamples(td, 2);
+    HRESULT hr = w.WriteSamples(td, 2);
+    if (SUCCEEDED(hr))
+        written.add(td);
+    return hr;
 }
 
 // Passes everything to the real file but fails writes with EIO once a
@@ -98,14 +103,16 @@ TEST(WriterFaults, FailedWriteKeepsEveryEarlierFrame)
         FileWriter w;
         w.set_FlushFrequency(1);
         ASSERT_EQ(w.create(path, t.data(), 2), S_OK);
+        Written written;
+        written.start(w, t);
         if (!c.diskFull) {
             Vl::Ptr<iFile> real = w.getFilePtr();
             w.closeFile();
             w.setFilePtr(Vl::Ptr<iFile>(new FailingFile(real, budget)));
         }
         for (std::uint32_t f = 0; f < good; ++f)
-            ASSERT_EQ(writeFrame(w, f), S_OK) << f;
-        EXPECT_EQ(writeFrame(w, good), c.code);
+            ASSERT_EQ(writeFrame(w, f, written), S_OK) << f;
+        EXPECT_EQ(writeFrame(w, good, written), c.code);
         EXPECT_EQ(w.getLastError().rfind(L"WriteNextFrame failed to write data. ", 0), 0u)
             << narrow(w.getLastError());
         for (std::uint32_t k = 0; k < 2; ++k) {
@@ -121,6 +128,9 @@ TEST(WriterFaults, FailedWriteKeepsEveryEarlierFrame)
         ASSERT_FALSE(walk.find("RIFF").empty());
         EXPECT_EQ(rd32(walk.data, walk.find("dmlh")[0]->offset + 8), good);
         EXPECT_EQ(rd32(walk.data, walk.find("ix00")[0]->offset + 12), good);
+        // Our reader finds every frame written before the failure, byte for byte.
+        ASSERT_EQ(written.frames(), good);
+        expectReadsBack(path, written);
         if (haveFfprobe()) {
             EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
             EXPECT_EQ(probeVideoPackets(path), std::to_string(good));
@@ -132,6 +142,7 @@ TEST(WriterFaults, ShortSystemWritesGiveTheSameFile)
 {
     testutil::TempDir dir;
     auto t = tracks();
+    Written written;
     for (const char* name : {"plain.avi", "short.avi"}) {
         const std::wstring path = dir.file(name);
         if (std::string(name) == "short.avi") {
@@ -142,8 +153,9 @@ TEST(WriterFaults, ShortSystemWritesGiveTheSameFile)
         FileWriter w;
         w.set_FlushFrequency(3);
         ASSERT_EQ(w.create(path, t.data(), 2), S_OK);
+        written.start(w, t);
         for (std::uint32_t f = 0; f < 10; ++f)
-            ASSERT_EQ(writeFrame(w, f), S_OK);
+            ASSERT_EQ(writeFrame(w, f, written), S_OK);
         w.close();
     }
     vlhost::clearFileFaults();
@@ -156,4 +168,5 @@ TEST(WriterFaults, ShortSystemWritesGiveTheSameFile)
     e.frames = 10;
     e.chunkIds = {"00db", "01wb"};
     checkLayout(shortWrites, e);
+    expectReadsBack(dir.file("short.avi"), written);
 }

@@ -5,6 +5,7 @@
 
 #include "common/TempDir.h"
 #include "writer_layout_check.h"
+#include "writer_readback.h"
 
 using namespace writertest;
 
@@ -63,8 +64,6 @@ class WriterFfprobe : public testing::TestWithParam<ProbeCase>
 
 TEST_P(WriterFfprobe, OpensCleanlyAndGivesTheWrittenBytes)
 {
-    if (!haveFfmpeg())
-        GTEST_SKIP() << "ffmpeg is not installed (scripts/install-deps.sh)";
     const ProbeCase c = GetParam();
     testutil::TempDir dir;
     const std::wstring path = dir.file("probe.avi");
@@ -77,10 +76,12 @@ TEST_P(WriterFfprobe, OpensCleanlyAndGivesTheWrittenBytes)
     std::vector<std::vector<std::string>> expected(1 + c.audioStreams);
     std::vector<std::vector<std::uint32_t>> sizes(1 + c.audioStreams);
     std::vector<std::vector<unsigned char>> audioBytes(c.audioStreams);
+    Written written;
     {
         FileWriter w;
         w.set_FlushFrequency(50);
         ASSERT_EQ(w.create(path, tracks.data(), static_cast<std::uint16_t>(tracks.size())), S_OK);
+        written.start(w, tracks);
         std::vector<TrackData> td(tracks.size());
         std::vector<std::vector<unsigned char>> bufs(tracks.size());
         const std::uint32_t frameBytes = c.width * c.height * 2;
@@ -101,9 +102,15 @@ TEST_P(WriterFfprobe, OpensCleanlyAndGivesTheWrittenBytes)
                 sizes[1 + a].push_back(bytes);
             }
             ASSERT_EQ(w.WriteSamples(td.data(), static_cast<short>(td.size())), S_OK);
+            written.add(td.data());
         }
         EXPECT_EQ(w.get_RiffChunkIndex() + 1, c.expectedRiffs);
     }
+    // The writer's destructor closed the file.
+    expectReadsBack(path, written);
+
+    if (!haveFfmpeg())
+        GTEST_SKIP() << "ffmpeg is not installed (scripts/install-deps.sh)";
 
     EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
     auto v = probeStream(path, 0, "codec_tag_string,width,height,r_frame_rate,nb_read_packets,nb_frames");

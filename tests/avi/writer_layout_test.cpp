@@ -5,6 +5,7 @@
 #include "common/AssertCapture.h"
 #include "common/TempDir.h"
 #include "writer_layout_check.h"
+#include "writer_readback.h"
 
 using namespace writertest;
 
@@ -13,13 +14,13 @@ namespace {
 constexpr std::uint32_t kAudioBytesPerFrame = 1920 * 4; // 48 kHz stereo at 25 fps
 
 // Writes frames of the given sizes for the video track and, for every audio
-// track, one 25 fps frame's worth of PCM.
+// track, one 25 fps frame's worth of PCM; `written` records what went in.
 HRESULT writeFrames(FileWriter& w, std::vector<TrackStructuralData>& tracks, std::uint32_t frames,
-                    std::uint32_t videoSize, std::uint32_t firstFrame = 0)
+                    std::uint32_t videoSize, Written* written = nullptr)
 {
     std::vector<TrackData> td(tracks.size());
     std::vector<std::vector<unsigned char>> bufs(tracks.size());
-    for (std::uint32_t f = firstFrame; f < firstFrame + frames; ++f) {
+    for (std::uint32_t f = 0; f < frames; ++f) {
         for (std::size_t k = 0; k < tracks.size(); ++k) {
             std::uint32_t size = tracks[k].Type == StreamVideo ? videoSize + (f % 3)
                                  : tracks[k].Type == StreamAudio ? kAudioBytesPerFrame
@@ -30,6 +31,8 @@ HRESULT writeFrames(FileWriter& w, std::vector<TrackStructuralData>& tracks, std
         HRESULT hr = w.WriteSamples(td.data(), static_cast<short>(td.size()));
         if (FAILED(hr))
             return hr;
+        if (written)
+            written->add(td.data());
     }
     return S_OK;
 }
@@ -81,8 +84,11 @@ TEST_P(WriterLayout, FileMatchesTheFixedLayout)
     EXPECT_EQ(w.get_HeaderBuffer().getCapacity(), c.capacity);
     EXPECT_EQ(w.get_StreamCount(), c.chunkIds.size());
     EXPECT_EQ(w.get_MaxFrames(), 25u * 86400u);
-    ASSERT_EQ(writeFrames(w, c.tracks, 40, 5000), S_OK);
+    Written written;
+    written.start(w, c.tracks);
+    ASSERT_EQ(writeFrames(w, c.tracks, 40, 5000, &written), S_OK);
     w.close();
+    expectReadsBack(path, written);
 
     Walk walk(path);
     Expected e;
@@ -175,8 +181,11 @@ TEST(WriterHeader, InfoTextsAndStartTimecode)
         FileWriter w;
         ASSERT_EQ(w.create(dir.file("info.avi"), tracks.data(), 2), S_OK);
         EXPECT_EQ(w.get_StreamCount(), 1u);
-        ASSERT_EQ(writeFrames(w, tracks, 1, 100), S_OK);
+        Written written;
+        written.start(w, tracks);
+        ASSERT_EQ(writeFrames(w, tracks, 1, 100, &written), S_OK);
         w.close();
+        expectReadsBack(dir.file("info.avi"), written);
         Walk walk(dir.file("info.avi"));
         ASSERT_TRUE(walk.ok) << walk.problem;
         auto isft = walk.find("ISFT");
@@ -264,8 +273,11 @@ TEST(WriterClose, FileWithoutFramesIsDeletedAndTheWriterIsReusable)
 
     for (const char* name : {"first.avi", "second.avi"}) {
         ASSERT_EQ(w.create(dir.file(name), tracks.data(), 2), S_OK);
-        ASSERT_EQ(writeFrames(w, tracks, 7, 3000), S_OK);
+        Written written;
+        written.start(w, tracks);
+        ASSERT_EQ(writeFrames(w, tracks, 7, 3000, &written), S_OK);
         w.close();
+        expectReadsBack(dir.file(name), written);
         Expected e;
         e.capacity = 176640;
         e.streams = 2;
@@ -293,6 +305,8 @@ TEST(WriterSamples, OddSizesAndTinyChunksKeepTheSectorLayout)
     tracks[1].Data.AInfo.blockAlign = 1;
     FileWriter w;
     ASSERT_EQ(w.create(dir.file("odd.avi"), tracks.data(), 2), S_OK);
+    Written written;
+    written.start(w, tracks);
     // Sizes around the sector edge: 500 + 8 ends 4 bytes short, 504 + 8 ends on it.
     const std::uint32_t sizes[] = {1, 500, 501, 504, 511, 512, 1023};
     std::uint32_t f = 0;
@@ -300,9 +314,11 @@ TEST(WriterSamples, OddSizesAndTinyChunksKeepTheSectorLayout)
         std::vector<unsigned char> v = payload(0, f, size), a = payload(1, f, 1);
         TrackData td[2] = {{v.data(), size, kDisplayNumberNotGiven, 4, 0}, {a.data(), 1, kDisplayNumberNotGiven, 4, 0}};
         ASSERT_EQ(w.WriteSamples(td, 2), S_OK);
+        written.add(td);
         ++f;
     }
     w.close();
+    expectReadsBack(dir.file("odd.avi"), written);
     Walk walk(dir.file("odd.avi"));
     Expected e;
     e.capacity = 176640;

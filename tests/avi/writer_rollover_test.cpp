@@ -3,13 +3,15 @@
 #include "FileFormats/AVI/avilib/avilib.MediaType.h"
 #include "common/TempDir.h"
 #include "writer_layout_check.h"
+#include "writer_readback.h"
 
 using namespace writertest;
 
 namespace {
 
 // A long-GOP MPEG-2 track: its media type says temporal compression, so
-// the stream gets the IBP index.
+// the stream gets the IBP index. The codec data is the offset of the media
+// type in the stream format, the media type and its MPEG-2 format block.
 struct Mpeg2Track
 {
     std::vector<unsigned char> extra = std::vector<unsigned char>(212, 0);
@@ -17,11 +19,16 @@ struct Mpeg2Track
 
     Mpeg2Track()
     {
-        AM_MEDIA_TYPE mt = {};
+        const std::uint32_t mediaTypeAt = sizeof(EXBMINFOHEADER);
+        std::memcpy(extra.data(), &mediaTypeAt, 4);
+        SERIALIZED_MEDIA_TYPE mt = {};
         mt.majortype = MEDIATYPE_Video;
         mt.subtype = MEDIASUBTYPE_MPEG2_VIDEO;
         mt.bTemporalCompression = 1;
-        std::memcpy(extra.data() + 4, &mt, offsetof(AM_MEDIA_TYPE, pbFormat));
+        mt.formattype = FORMAT_MPEG2_VIDEO;
+        mt.cbFormat = sizeof(MPEG2VIDEOINFO);
+        static_assert(4 + sizeof(SERIALIZED_MEDIA_TYPE) + sizeof(MPEG2VIDEOINFO) == 212);
+        std::memcpy(extra.data() + 4, &mt, sizeof mt);
         track.pExtraData = extra.data();
         track.cbExtra = 212;
         track.Data.VInfo.gopLength = 12;
@@ -34,12 +41,23 @@ struct FrameSpec
     std::uint32_t display;
 };
 
-// Writes one frame: video of 100 bytes plus, when present, a 4-byte audio chunk.
-HRESULT writeFrame(FileWriter& w, std::size_t nTracks, std::uint32_t f, FrameSpec spec)
+// Writes one frame: video of 100 bytes plus, when present, a 4-byte audio
+// chunk; `written` records what went in.
+HRESULT writeFrame(FileWriter& w, std::size_t nTracks, std::uint32_t f, FrameSpec spec, Written& written)
 {
     std::vector<unsigned char> v = payload(0, f, 100), a = payload(1, f, 4);
     TrackData td[2] = {{v.data(), 100, spec.display, spec.type, 0}, {a.data(), 4, kDisplayNumberNotGiven, 4, 0}};
-    return w.WriteSamples(td, static_cast<short>(nTracks));
+    HRESULT hr = w.WriteSamples(td, static_cast<short>(nTracks));
+    if (SUCCEEDED(hr))
+        written.add(td);
+    return hr;
+}
+
+// Frame f of a stream of five-frame GOPs stored as I0 P4 B1 B2 B3.
+FrameSpec longGopFrame(std::uint32_t f)
+{
+    const std::uint32_t type[] = {4, 16, 8, 8, 8}, display[] = {0, 4, 1, 2, 3};
+    return {type[f % 5], f - f % 5 + display[f % 5]};
 }
 
 } // namespace
@@ -53,10 +71,12 @@ TEST(WriterRollover, IndexLimitOpensAnAvixOnIntraFramesOnly)
         bool ibp;
         std::uint32_t opensAt;        // 1-based frame that opens the second RIFF when intra
         std::uint32_t predictedFrames; // frames at the limit that are predicted
+        bool longGop;                  // I/P/B GOPs of five, two more of them in the AVIX
     } cases[] = {
-        {"standard index", false, 8125, 0},
-        {"IBP index", true, 2666, 0},
-        {"standard index, predicted at the limit", false, 8125, 3},
+        {"standard index", false, 8125, 0, false},
+        {"IBP index", true, 2666, 0, false},
+        {"IBP index, long GOPs", true, 2666, 0, true},
+        {"standard index, predicted at the limit", false, 8125, 3, false},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -68,18 +88,26 @@ TEST(WriterRollover, IndexLimitOpensAnAvixOnIntraFramesOnly)
         FileWriter w;
         ASSERT_EQ(w.create(path, tracks.data(), 2), S_OK);
         EXPECT_EQ(w.get_MaxIndexEntries(), c.ibp ? 2729u : 8188u);
+        Written written;
+        written.start(w, tracks);
         std::uint32_t f = 0;
+        auto spec = [&](std::uint32_t frame) { return c.longGop ? longGopFrame(frame) : FrameSpec{4, frame}; };
         for (; f + 1 < c.opensAt; ++f)
-            ASSERT_EQ(writeFrame(w, 2, f, {4, f}), S_OK);
+            ASSERT_EQ(writeFrame(w, 2, f, spec(f), written), S_OK);
         EXPECT_EQ(w.get_RiffChunkIndex(), 0u);
         for (std::uint32_t p = 0; p < c.predictedFrames; ++p, ++f) {
-            ASSERT_EQ(writeFrame(w, 2, f, {16, f}), S_OK);
+            ASSERT_EQ(writeFrame(w, 2, f, {16, f}, written), S_OK);
             EXPECT_EQ(w.get_RiffChunkIndex(), 0u) << "a predicted frame opened a RIFF";
         }
-        ASSERT_EQ(writeFrame(w, 2, f++, {4, f}), S_OK);
+        ASSERT_EQ(spec(f).type, 4u);
+        ASSERT_EQ(writeFrame(w, 2, f, spec(f), written), S_OK);
+        ++f;
         EXPECT_EQ(w.get_RiffChunkIndex(), 1u);
         EXPECT_EQ(w.get_Stream(0)->get_SamplesInChunk(), 1u);
+        for (std::uint32_t more = c.longGop ? 9 : 0; more > 0; --more, ++f)
+            ASSERT_EQ(writeFrame(w, 2, f, spec(f), written), S_OK);
         w.close();
+        expectReadsBack(path, written);
 
         Walk walk(path);
         Expected e;
@@ -104,6 +132,8 @@ TEST(WriterRollover, ThreeRiffsGiveThreeSuperIndexEntriesPerStream)
     FileWriter w;
     w.set_FlushFrequency(1000);
     ASSERT_EQ(w.create(path, tracks.data(), 3), S_OK);
+    Written written;
+    written.start(w, tracks);
     const std::uint32_t frames = 2 * 8124 + 10;
     std::vector<TrackData> td(3);
     for (std::uint32_t f = 0; f < frames; ++f) {
@@ -112,9 +142,11 @@ TEST(WriterRollover, ThreeRiffsGiveThreeSuperIndexEntriesPerStream)
         td[1] = {v.data(), static_cast<std::uint32_t>(v.size()), kDisplayNumberNotGiven, 4, 0};
         td[2] = {b.data(), 16, kDisplayNumberNotGiven, 4, 0};
         ASSERT_EQ(w.WriteSamples(td.data(), 3), S_OK);
+        written.add(td.data());
     }
     EXPECT_EQ(w.get_RiffChunkIndex(), 2u);
     w.close();
+    expectReadsBack(path, written);
     Walk walk(path);
     Expected e;
     e.capacity = 262656;
@@ -134,13 +166,17 @@ TEST(WriterIbpIndex, RealLocationsFollowPresentationOrder)
     const std::wstring path = dir.file("ibp.avi");
     FileWriter w;
     ASSERT_EQ(w.create(path, &mpeg2.track, 1), S_OK);
+    Written written;
+    written.start(w, {mpeg2.track});
+    ASSERT_TRUE(written.streams[0].ibp);
     // Two GOPs stored as I0 P3 B1 B2.
     const FrameSpec frames[] = {{4, 0}, {16, 3}, {8, 1}, {8, 2}, {4, 4}, {16, 7}, {8, 5}, {8, 6}};
     std::uint32_t f = 0;
     for (FrameSpec spec : frames)
-        ASSERT_EQ(writeFrame(w, 1, f++, spec), S_OK);
+        ASSERT_EQ(writeFrame(w, 1, f++, spec, written), S_OK);
     EXPECT_EQ(w.get_Stream(0)->get_ApproxGopLen(), 4u);
     w.close();
+    expectReadsBack(path, written);
 
     Walk walk(path);
     auto ix = walk.find("ix00");
@@ -173,12 +209,16 @@ TEST(WriterIbpIndex, GivenRealLocationsWhenTheSearchIsOff)
     const std::wstring path = dir.file("given.avi");
     FileWriter w;
     ASSERT_EQ(w.create(path, &mpeg2.track, 1), S_OK);
+    Written written;
+    written.start(w, {mpeg2.track});
+    written.realLocations = {0, 500, 501};
     w.set_FindIBPIndexRealLocation(false);
-    ASSERT_EQ(writeFrame(w, 1, 0, {4, 0}), S_OK);
+    ASSERT_EQ(writeFrame(w, 1, 0, {4, 0}, written), S_OK);
     w.set_NextIndexRealLocation(500);
-    ASSERT_EQ(writeFrame(w, 1, 1, {4, 1}), S_OK);
-    ASSERT_EQ(writeFrame(w, 1, 2, {4, 2}), S_OK);
+    ASSERT_EQ(writeFrame(w, 1, 1, {4, 1}, written), S_OK);
+    ASSERT_EQ(writeFrame(w, 1, 2, {4, 2}, written), S_OK);
     w.close();
+    expectReadsBack(path, written);
     Walk walk(path);
     auto ix = walk.find("ix00");
     ASSERT_EQ(ix.size(), 1u);
@@ -196,16 +236,19 @@ TEST(WriterFlush, PeriodicFlushWaitsForCompletePresentationOrder)
     FileWriter w;
     w.set_FlushFrequency(2);
     ASSERT_EQ(w.create(path, &mpeg2.track, 1), S_OK);
+    Written written;
+    written.start(w, {mpeg2.track});
     auto onDisk = [&] {
         Walk walk(path);
         return rd32(walk.data, walk.find("dmlh")[0]->offset + 8);
     };
-    ASSERT_EQ(writeFrame(w, 1, 0, {4, 0}), S_OK);
-    ASSERT_EQ(writeFrame(w, 1, 1, {16, 3}), S_OK);
+    ASSERT_EQ(writeFrame(w, 1, 0, {4, 0}, written), S_OK);
+    ASSERT_EQ(writeFrame(w, 1, 1, {16, 3}, written), S_OK);
     EXPECT_EQ(onDisk(), 0u) << "flushed before frame 1 was there";
-    ASSERT_EQ(writeFrame(w, 1, 2, {8, 1}), S_OK);
+    ASSERT_EQ(writeFrame(w, 1, 2, {8, 1}, written), S_OK);
     EXPECT_EQ(onDisk(), 0u);
-    ASSERT_EQ(writeFrame(w, 1, 3, {8, 2}), S_OK);
+    ASSERT_EQ(writeFrame(w, 1, 3, {8, 2}, written), S_OK);
     EXPECT_EQ(onDisk(), 4u);
     w.close();
+    expectReadsBack(path, written);
 }

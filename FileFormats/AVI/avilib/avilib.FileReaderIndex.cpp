@@ -286,15 +286,17 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
             MQ_AVIIBPINDEX_ENTRY ie = fromBytes<MQ_AVIIBPINDEX_ENTRY>(e);
             std::uint32_t d = ie.dwDisplay;
             std::uint32_t r = ie.dwRealLocation;
+            // A frame-type entry gives the chunk header's position: the
+            // frame's bytes follow the 8-byte header.
             if (!m_bTemporalReordering || d == i) {
-                x.offset = ie.qwOffset;
+                x.offset = ie.qwOffset + 8;
             } else {
                 if (r >= count) {
                     MORVANE_ASSERT(FALSE);
                     m_nIndexCount = i;
                     return false;
                 }
-                x.offset = fromBytes<MQ_AVIIBPINDEX_ENTRY>(entries + std::uint64_t(r) * entrySize).qwOffset;
+                x.offset = fromBytes<MQ_AVIIBPINDEX_ENTRY>(entries + std::uint64_t(r) * entrySize).qwOffset + 8;
             }
             x.realLocation = r;
             x.displayNumber = d;

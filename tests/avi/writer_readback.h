@@ -1,0 +1,260 @@
+#pragma once
+// Reads a written file back through our own reader: every video frame and
+// every audio byte must be what the writer was given, and a long-GOP
+// stream's frame types, GOPs and presentation order must come back too.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+#include <map>
+
+#include "FileFormats/AVI/avilib/avilib.FileReader.h"
+#include "util/stringUtils.h"
+#include "writer_support.h"
+
+namespace writertest {
+
+// What one stream of the file was given, in the file's stream order.
+struct WrittenStream
+{
+    bool video = false;
+    bool ibp = false;            // the writer gave it the frame-type index
+    std::uint32_t blockAlign = 0; // audio
+    std::uint32_t maxChunk = 0;
+    std::vector<std::uint32_t> sizes;               // video chunk sizes
+    std::vector<std::vector<unsigned char>> frames; // video bytes, when kept
+    std::vector<std::uint32_t> frameTypes;          // as given
+    std::vector<std::uint32_t> displayNumbers;      // as given
+    std::vector<unsigned char> audio;               // the stream's bytes, all chunks in order
+};
+
+class Written
+{
+public:
+    // Call after create: takes the writer's track-to-stream mapping. With
+    // keepVideo false only sizes are kept and `frame` must give the bytes.
+    void start(const FileWriter& w, const std::vector<TrackStructuralData>& tracks, bool keepVideo = true)
+    {
+        mapping_ = w.get_Trackmapping();
+        keepVideo_ = keepVideo;
+        streams.assign(mapping_.size(), {});
+        for (std::size_t k = 0; k < mapping_.size(); ++k) {
+            const CStrl* s = w.get_Stream(static_cast<std::uint32_t>(k));
+            streams[k].video = s->get_Type() == StreamVideo;
+            streams[k].ibp = streams[k].video && s->get_IndexType() == 16;
+            streams[k].blockAlign = tracks[mapping_[k]].Data.AInfo.blockAlign;
+        }
+    }
+
+    // Call after each WriteSamples that succeeded, with the same array.
+    void add(const TrackData* td)
+    {
+        for (std::size_t k = 0; k < mapping_.size(); ++k) {
+            const TrackData& t = td[mapping_[k]];
+            WrittenStream& s = streams[k];
+            s.maxChunk = std::max(s.maxChunk, t.cbData);
+            if (s.video) {
+                s.sizes.push_back(t.cbData);
+                s.frameTypes.push_back(t.dwFrameType);
+                s.displayNumbers.push_back(t.dwDisplayNumber);
+                if (keepVideo_)
+                    s.frames.emplace_back(t.pData, t.pData + t.cbData);
+            } else {
+                s.audio.insert(s.audio.end(), t.pData, t.pData + t.cbData);
+            }
+        }
+    }
+
+    std::uint32_t frames() const { return streams.empty() ? 0 : static_cast<std::uint32_t>(streams[0].sizes.size()); }
+
+    std::vector<WrittenStream> streams;
+    // Bytes of video frame f when they were not kept.
+    std::function<std::vector<unsigned char>(std::uint32_t)> frame;
+    // Real locations to expect when they are not the inverse of the display numbers.
+    std::vector<std::uint32_t> realLocations;
+
+private:
+    std::vector<std::uint16_t> mapping_;
+    bool keepVideo_ = true;
+};
+
+struct ReadBackOptions
+{
+    std::uint32_t run = 3;        // frames per multi-frame read
+    std::uint32_t audioPiece = 997; // samples per audio read, so that reads cross chunks
+};
+
+namespace readback_detail {
+
+inline std::string text(const std::wstring& s)
+{
+    return Morvane::convertString(s);
+}
+
+inline std::uint16_t readerType(std::uint32_t given)
+{
+    return given > 4 ? static_cast<std::uint16_t>(given) : kFrameTypeKey;
+}
+
+inline void checkVideo(FileReader& r, const Written& w, std::uint32_t k, const ReadBackOptions& o)
+{
+    const WrittenStream& s = w.streams[k];
+    const std::uint32_t n = static_cast<std::uint32_t>(s.sizes.size());
+    ASSERT_TRUE(r.get_IsVideo(static_cast<int>(k)));
+    ASSERT_EQ(r.get_Length(static_cast<int>(k)), n);
+    ASSERT_EQ(r.essenceOpen(k), S_OK) << text(r.getLastError());
+    if (n == 0)
+        return;
+    // A run spans its frames and every chunk between them; across a RIFF
+    // boundary also the idx1 and the next RIFF's index regions.
+    std::uint64_t between = 0;
+    for (const WrittenStream& other : w.streams)
+        between += other.maxChunk + 2ull * 4096 + 8;
+    const std::uint64_t riffBoundary = w.streams.size() * (65536ull + 16ull * 8192) + 4ull * 4096;
+    std::vector<unsigned char> buf(static_cast<std::size_t>(o.run * between + riffBoundary));
+    std::vector<unsigned char> expected;
+    for (std::uint32_t f = 0; f < n; f += o.run) {
+        const std::uint32_t count = std::min(o.run, n - f);
+        std::vector<unsigned int> offsets, sizes;
+        ASSERT_EQ(r.ReadVideo(f, count, buf.data(), static_cast<unsigned int>(buf.size()), offsets, sizes), S_OK)
+            << "frame " << f << ": " << text(r.getLastError());
+        ASSERT_EQ(sizes.size(), count) << "frame " << f;
+        ASSERT_EQ(offsets.size(), count) << "frame " << f;
+        for (std::uint32_t i = 0; i < count; ++i) {
+            ASSERT_EQ(sizes[i], s.sizes[f + i]) << "frame " << f + i;
+            ASSERT_LE(std::uint64_t(offsets[i]) + sizes[i], buf.size());
+            const std::vector<unsigned char>& want = s.frames.empty() ? (expected = w.frame(f + i), expected)
+                                                                      : s.frames[f + i];
+            ASSERT_EQ(want.size(), sizes[i]);
+            ASSERT_TRUE(std::equal(want.begin(), want.end(), buf.begin() + offsets[i]))
+                << "bytes of frame " << f + i;
+        }
+    }
+    // The one-frame form at both ends of the stream and past it.
+    unsigned int offset = 0, size = 0;
+    for (std::uint32_t f : {0u, n - 1}) {
+        ASSERT_EQ(r.ReadVideo(f, buf.data(), static_cast<unsigned int>(buf.size()), &offset, &size), S_OK);
+        EXPECT_EQ(size, s.sizes[f]);
+    }
+    EXPECT_EQ(r.ReadVideo(n, buf.data(), static_cast<unsigned int>(buf.size()), &offset, &size), E_HANDLE_EOF);
+
+    // Frame types and display numbers as given, one index chunk after the other.
+    std::vector<std::uint32_t> keys;
+    for (std::uint32_t f = 0; f < n; ++f) {
+        IndexEntry* e = nullptr;
+        ASSERT_EQ(r.get_IndexEntry(f, &e), S_OK) << "frame " << f;
+        const std::uint16_t type = s.ibp ? readerType(s.frameTypes[f]) : kFrameTypeKey;
+        EXPECT_EQ(e->frameType, type) << "frame " << f;
+        if (s.ibp && s.displayNumbers[f] != kDisplayNumberNotGiven) {
+            EXPECT_EQ(e->displayNumber, s.displayNumbers[f]) << "frame " << f;
+        }
+        if (type == kFrameTypeKey)
+            keys.push_back(f);
+    }
+    if (!s.ibp)
+        return;
+
+    // Every GOP: its frames in storage order up to the next key frame and
+    // their presentation numbers.
+    ASSERT_FALSE(keys.empty());
+    ASSERT_EQ(keys[0], 0u);
+    for (std::size_t g = 0; g < keys.size(); ++g) {
+        const std::uint32_t first = keys[g], end = g + 1 < keys.size() ? keys[g + 1] : n;
+        GOPInfo info;
+        ASSERT_TRUE(Morvane::allocGOPInfo(info, end - first));
+        ASSERT_EQ(r.get_GopAndPresentationOrder(first, info), S_OK) << "GOP at " << first;
+        ASSERT_EQ(info.count_, end - first) << "GOP at " << first;
+        for (std::uint32_t i = 0; i < end - first; ++i) {
+            EXPECT_EQ(info.GOPIndexes_[i], first + i);
+            const std::uint32_t d = s.displayNumbers[first + i];
+            EXPECT_EQ(info.presentationOrder_[i], d == kDisplayNumberNotGiven ? first + i : d) << first + i;
+        }
+        Morvane::freeGOPInfo(info);
+        // Every frame of the GOP finds its key frame backward, unless its
+        // index chunk has no GOP longer than 2: then every frame counts as one.
+        for (std::uint32_t f = first; f < end; ++f) {
+            IndexEntry* e = nullptr;
+            ASSERT_EQ(r.get_IndexEntry(f, &e), S_OK);
+            const bool longGop = r.get_MaxGopLength() > 1;
+            unsigned int found = 0;
+            ASSERT_TRUE(r.get_NearestKeyFrame(static_cast<int>(k), f, FileReader::kfBackward, found)) << f;
+            EXPECT_EQ(found, longGop ? first : f) << "frame " << f;
+        }
+    }
+
+    // Presentation order: the stored frame shown at each place.
+    std::vector<std::uint32_t> real = w.realLocations;
+    if (real.empty()) {
+        std::map<std::uint32_t, std::uint32_t> storedAt;
+        for (std::uint32_t f = 0; f < n; ++f)
+            storedAt[s.displayNumbers[f] == kDisplayNumberNotGiven ? f : s.displayNumbers[f]] = f;
+        for (std::uint32_t p = 0; p < n; ++p) {
+            auto it = storedAt.find(p);
+            if (it == storedAt.end())
+                return; // not a permutation: nothing to compare with
+            real.push_back(it->second);
+        }
+    }
+    ASSERT_EQ(real.size(), n);
+    ASSERT_EQ(r.essenceOpen(k), S_OK);
+    // The GOP size is the longest key frame distance of the first index chunk.
+    std::uint32_t gop = 1, lastKey = 0;
+    for (std::uint32_t f = 0; f < std::min(n, r.get_ResidentLength()); ++f) {
+        if (readerType(s.frameTypes[f]) != kFrameTypeKey)
+            continue;
+        if (f - lastKey > 2)
+            gop = std::max(gop, f - lastKey);
+        lastKey = f;
+    }
+    EXPECT_EQ(r.get_GopSize(static_cast<int>(k)), gop);
+    if (r.get_MaxGopLength() > 1) {
+        std::vector<unsigned int> order(n, 0xFFFFFFFFu);
+        ASSERT_EQ(r.get_PresentationOrder(0, n, order.data()), S_OK);
+        for (std::uint32_t p = 0; p < n; ++p)
+            EXPECT_EQ(order[p], real[p]) << "place " << p;
+    }
+}
+
+inline void checkAudio(FileReader& r, const Written& w, std::uint32_t k, const ReadBackOptions& o)
+{
+    const WrittenStream& s = w.streams[k];
+    ASSERT_TRUE(r.get_IsAudio(static_cast<int>(k)));
+    ASSERT_GT(s.blockAlign, 0u);
+    const std::uint32_t samples = static_cast<std::uint32_t>(s.audio.size() / s.blockAlign);
+    ASSERT_EQ(r.get_Length(static_cast<int>(k)), samples);
+    ASSERT_EQ(r.essenceOpen(k), S_OK) << text(r.getLastError());
+    std::vector<unsigned char> got(s.audio.size());
+    for (std::uint32_t first = 0; first < samples; first += o.audioPiece) {
+        const std::uint32_t count = std::min(o.audioPiece, samples - first);
+        unsigned int offset = 1, bytes = 0;
+        ASSERT_EQ(r.ReadAudio(first, count, got.data() + std::size_t(first) * s.blockAlign,
+                              count * s.blockAlign, &offset, &bytes),
+                  S_OK)
+            << "sample " << first << ": " << text(r.getLastError());
+        ASSERT_EQ(offset, 0u);
+        ASSERT_EQ(bytes, count * s.blockAlign) << "sample " << first;
+    }
+    EXPECT_TRUE(got == s.audio) << "audio stream " << k;
+    unsigned char one[64];
+    EXPECT_EQ(r.ReadAudio(samples, 1, one, sizeof(one), nullptr, nullptr), E_HANDLE_EOF);
+}
+
+} // namespace readback_detail
+
+// Opens the file with our reader and compares every stream with what was written.
+inline void expectReadsBack(const std::wstring& path, const Written& w, const ReadBackOptions& o = {})
+{
+    SCOPED_TRACE("read back through the reader");
+    FileReader r;
+    ASSERT_EQ(r.load(path), S_OK) << readback_detail::text(r.getLastError());
+    ASSERT_EQ(r.get_StreamCount(), w.streams.size());
+    for (std::uint32_t k = 0; k < w.streams.size(); ++k) {
+        SCOPED_TRACE("stream " + std::to_string(k));
+        if (w.streams[k].video)
+            readback_detail::checkVideo(r, w, k, o);
+        else
+            readback_detail::checkAudio(r, w, k, o);
+    }
+}
+
+} // namespace writertest
