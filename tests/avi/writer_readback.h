@@ -21,22 +21,22 @@ struct WrittenStream
     bool ibp = false;            // the writer gave it the frame-type index
     std::uint32_t blockAlign = 0; // audio
     std::uint32_t maxChunk = 0;
-    std::vector<std::uint32_t> sizes;               // video chunk sizes
+    std::vector<std::uint32_t> sizes;               // chunk sizes
     std::vector<std::vector<unsigned char>> frames; // video bytes, when kept
     std::vector<std::uint32_t> frameTypes;          // as given
     std::vector<std::uint32_t> displayNumbers;      // as given
-    std::vector<unsigned char> audio;               // the stream's bytes, all chunks in order
+    std::vector<unsigned char> audio;               // the stream's bytes, all chunks in order, when kept
 };
 
 class Written
 {
 public:
     // Call after create: takes the writer's track-to-stream mapping. With
-    // keepVideo false only sizes are kept and `frame` must give the bytes.
-    void start(const FileWriter& w, const std::vector<TrackStructuralData>& tracks, bool keepVideo = true)
+    // keepBytes false only sizes are kept and `bytes` must give the chunks.
+    void start(const FileWriter& w, const std::vector<TrackStructuralData>& tracks, bool keepBytes = true)
     {
         mapping_ = w.get_Trackmapping();
-        keepVideo_ = keepVideo;
+        keepBytes_ = keepBytes;
         streams.assign(mapping_.size(), {});
         for (std::size_t k = 0; k < mapping_.size(); ++k) {
             const CStrl* s = w.get_Stream(static_cast<std::uint32_t>(k));
@@ -53,13 +53,13 @@ public:
             const TrackData& t = td[mapping_[k]];
             WrittenStream& s = streams[k];
             s.maxChunk = std::max(s.maxChunk, t.cbData);
+            s.sizes.push_back(t.cbData);
             if (s.video) {
-                s.sizes.push_back(t.cbData);
                 s.frameTypes.push_back(t.dwFrameType);
                 s.displayNumbers.push_back(t.dwDisplayNumber);
-                if (keepVideo_)
+                if (keepBytes_)
                     s.frames.emplace_back(t.pData, t.pData + t.cbData);
-            } else {
+            } else if (keepBytes_) {
                 s.audio.insert(s.audio.end(), t.pData, t.pData + t.cbData);
             }
         }
@@ -67,15 +67,25 @@ public:
 
     std::uint32_t frames() const { return streams.empty() ? 0 : static_cast<std::uint32_t>(streams[0].sizes.size()); }
 
+    // Room for a number of frames, so that recording allocates nothing later.
+    void reserve(std::uint32_t frames)
+    {
+        for (WrittenStream& s : streams) {
+            s.sizes.reserve(frames);
+            s.frameTypes.reserve(frames);
+            s.displayNumbers.reserve(frames);
+        }
+    }
+
     std::vector<WrittenStream> streams;
-    // Bytes of video frame f when they were not kept.
-    std::function<std::vector<unsigned char>(std::uint32_t)> frame;
+    // The chunk of stream k for frame f when the bytes were not kept.
+    std::function<std::vector<unsigned char>(std::uint32_t k, std::uint32_t f)> bytes;
     // Real locations to expect when they are not the inverse of the display numbers.
     std::vector<std::uint32_t> realLocations;
 
 private:
     std::vector<std::uint16_t> mapping_;
-    bool keepVideo_ = true;
+    bool keepBytes_ = true;
 };
 
 struct ReadBackOptions
@@ -123,7 +133,7 @@ inline void checkVideo(FileReader& r, const Written& w, std::uint32_t k, const R
         for (std::uint32_t i = 0; i < count; ++i) {
             ASSERT_EQ(sizes[i], s.sizes[f + i]) << "frame " << f + i;
             ASSERT_LE(std::uint64_t(offsets[i]) + sizes[i], buf.size());
-            const std::vector<unsigned char>& want = s.frames.empty() ? (expected = w.frame(f + i), expected)
+            const std::vector<unsigned char>& want = s.frames.empty() ? (expected = w.bytes(k, f + i), expected)
                                                                       : s.frames[f + i];
             ASSERT_EQ(want.size(), sizes[i]);
             ASSERT_TRUE(std::equal(want.begin(), want.end(), buf.begin() + offsets[i]))
@@ -220,10 +230,18 @@ inline void checkAudio(FileReader& r, const Written& w, std::uint32_t k, const R
     const WrittenStream& s = w.streams[k];
     ASSERT_TRUE(r.get_IsAudio(static_cast<int>(k)));
     ASSERT_GT(s.blockAlign, 0u);
-    const std::uint32_t samples = static_cast<std::uint32_t>(s.audio.size() / s.blockAlign);
+    std::vector<unsigned char> made;
+    if (s.audio.empty() && w.bytes) {
+        for (std::uint32_t f = 0; f < s.sizes.size(); ++f) {
+            std::vector<unsigned char> chunk = w.bytes(k, f);
+            made.insert(made.end(), chunk.begin(), chunk.end());
+        }
+    }
+    const std::vector<unsigned char>& audio = made.empty() ? s.audio : made;
+    const std::uint32_t samples = static_cast<std::uint32_t>(audio.size() / s.blockAlign);
     ASSERT_EQ(r.get_Length(static_cast<int>(k)), samples);
     ASSERT_EQ(r.essenceOpen(k), S_OK) << text(r.getLastError());
-    std::vector<unsigned char> got(s.audio.size());
+    std::vector<unsigned char> got(audio.size());
     for (std::uint32_t first = 0; first < samples; first += o.audioPiece) {
         const std::uint32_t count = std::min(o.audioPiece, samples - first);
         unsigned int offset = 1, bytes = 0;
@@ -234,7 +252,7 @@ inline void checkAudio(FileReader& r, const Written& w, std::uint32_t k, const R
         ASSERT_EQ(offset, 0u);
         ASSERT_EQ(bytes, count * s.blockAlign) << "sample " << first;
     }
-    EXPECT_TRUE(got == s.audio) << "audio stream " << k;
+    EXPECT_TRUE(got == audio) << "audio stream " << k;
     unsigned char one[64];
     EXPECT_EQ(r.ReadAudio(samples, 1, one, sizeof(one), nullptr, nullptr), E_HANDLE_EOF);
 }
