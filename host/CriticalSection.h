@@ -1,8 +1,10 @@
 #pragma once
 #include <mutex>
 
+#include "VlExport.h"
+
 // Re-entrant lock of the editor.
-class CriticalSection
+class VL_HOST_API CriticalSection
 {
 public:
     CriticalSection() = default;

@@ -1,4 +1,5 @@
 #pragma once
+#include "VlExport.h"
 #include "iAtomicCounter.h"
 #include "iMemory.h"
 
@@ -14,4 +15,4 @@ public:
     virtual iFileSystem& fileSystem() = 0;
 };
 
-iOS& OS();
+VL_HOST_API iOS& OS();

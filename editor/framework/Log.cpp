@@ -14,6 +14,7 @@ constexpr std::size_t kKeptLines = 1000;
 
 std::mutex g_mutex;
 std::deque<std::string> g_logs[2];
+bool g_echo = true;
 
 std::string vformat(const char* fmt, va_list ap)
 {
@@ -39,7 +40,8 @@ void keep(int log, const std::string& line)
 void emit(const std::string& text, bool both)
 {
     std::lock_guard lock(g_mutex);
-    std::fprintf(stderr, "velloro: %s%s", text.c_str(), (!text.empty() && text.back() == '\n') ? "" : "\n");
+    if (g_echo)
+        std::fprintf(stderr, "velloro: %s%s", text.c_str(), (!text.empty() && text.back() == '\n') ? "" : "\n");
     keep(0, text);
     if (both)
         keep(1, text);
@@ -72,6 +74,12 @@ std::vector<std::string> logLines(int log)
     std::lock_guard lock(g_mutex);
     const auto& lines = g_logs[log == 0 ? 0 : 1];
     return {lines.begin(), lines.end()};
+}
+
+void setLogEcho(bool on)
+{
+    std::lock_guard lock(g_mutex);
+    g_echo = on;
 }
 
 void clearLogs()

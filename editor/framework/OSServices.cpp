@@ -1,6 +1,9 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
+#include <mutex>
+#include <new>
+#include <unordered_set>
 
 #include "PosixFileSystem.h"
 #include "host/iOS.h"
@@ -13,6 +16,9 @@ constexpr std::size_t kAlignedFrom = 4096;
 std::atomic<std::uint64_t> g_allocations{0};
 std::atomic<std::uint64_t> g_frees{0};
 
+// Blocks come from the process's own operator new, so that memory a plug-in
+// obtained through this service and the standard library's memory may be
+// released by either side.
 class Memory final : public iMemory
 {
 public:
@@ -20,10 +26,13 @@ public:
     {
         void* p = nullptr;
         if (size >= kAlignedFrom) {
-            if (posix_memalign(&p, kAlignedFrom, size) != 0)
-                p = nullptr;
+            p = ::operator new(size, std::align_val_t(kAlignedFrom), std::nothrow);
+            if (p) {
+                std::lock_guard lock(alignedMutex_);
+                aligned_.insert(p);
+            }
         } else {
-            p = std::malloc(size ? size : 1);
+            p = ::operator new(size ? size : 1, std::nothrow);
         }
         if (p)
             g_allocations.fetch_add(1, std::memory_order_relaxed);
@@ -33,10 +42,23 @@ public:
     }
     void free(void* p) override
     {
-        if (p)
-            g_frees.fetch_add(1, std::memory_order_relaxed);
-        std::free(p);
+        if (!p)
+            return;
+        g_frees.fetch_add(1, std::memory_order_relaxed);
+        bool wasAligned;
+        {
+            std::lock_guard lock(alignedMutex_);
+            wasAligned = aligned_.erase(p) != 0;
+        }
+        if (wasAligned)
+            ::operator delete(p, std::align_val_t(kAlignedFrom));
+        else
+            ::operator delete(p);
     }
+
+private:
+    std::mutex alignedMutex_;
+    std::unordered_set<void*> aligned_;
 };
 
 class AtomicCounter final : public iAtomicCounter

@@ -16,6 +16,8 @@ MemoryStats memoryStats();
 // Lines written by Log (log 0) and LogBoth (log 1), oldest first.
 std::vector<std::string> logLines(int log);
 void clearLogs();
+// Whether log lines are also written to standard error (the default).
+void setLogEcho(bool on);
 
 // UTF-8 form of a wide path, as the stand-in hands it to the system.
 std::string toSystemPath(const std::wstring& path);

@@ -1,0 +1,186 @@
+#include "host/FileReaderResource.h"
+
+#include <algorithm>
+#include <condition_variable>
+#include <cwctype>
+#include <deque>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace Vl {
+
+// The editor's request queue of one reader: a job is a video or an audio
+// request; workers start with the first queued request.
+struct FileReaderResource::Queue
+{
+    struct Job
+    {
+        Vl::Ptr<VideoReadRequest> video;
+        Vl::Ptr<AudioReadRequest> audio;
+    };
+
+    std::mutex mutex;
+    std::condition_variable wake;
+    std::condition_variable idle;
+    std::deque<Job> jobs;
+    std::vector<std::thread> workers;
+    std::uint32_t queued = 0; // waiting or being served
+    std::uint32_t inFlight = 0;
+    std::uint32_t peak = 0;
+    bool stopping = false;
+};
+
+FileReaderResource::FileReaderResource(const String& name, std::uint32_t typeCode)
+    : VlResourceTypeBase(typeCode, name), queue_(new Queue)
+{
+}
+
+FileReaderResource::~FileReaderResource()
+{
+    stopRequests();
+    delete queue_;
+}
+
+void FileReaderResource::addFileType(const VlWString& type)
+{
+    fileTypes_.add(type);
+}
+
+const Vector<VlWString>& FileReaderResource::getSupportedFileTypes() const
+{
+    return fileTypes_;
+}
+
+void FileReaderResource::requestHasCompletedCb(Vl::Ptr<iObject>& request, RequestStatus::eFileReqStatus status)
+{
+    if (auto* video = dynamic_cast<VideoReadRequest*>(request.get()))
+        video->invokeCallback(status);
+}
+
+Vl::Ptr<VideoReadRequest> FileReaderResource::readVideoSample(const Vl::Ptr<FileReadInstance>& instance,
+                                                              unsigned frame, bool wholeGroup,
+                                                              VideoReadRequest::eResultType type, void*, void*,
+                                                              bool async)
+{
+    Vl::Ptr<VideoReadRequest> request(new VideoReadRequest(instance, frame, type));
+    if (wholeGroup) {
+        Vl::Ptr<FileReadInstance> file = instance;
+        VlFileIxCache_open(file, request->getIndexInfo(), frame);
+    }
+    queueReadRequest(request, async);
+    return request;
+}
+
+void FileReaderResource::serve(Queue& q)
+{
+    std::unique_lock lock(q.mutex);
+    for (;;) {
+        q.wake.wait(lock, [&q] { return q.stopping || !q.jobs.empty(); });
+        if (q.jobs.empty())
+            return; // stopping, and the queue is drained
+        Queue::Job job = std::move(q.jobs.front());
+        q.jobs.pop_front();
+        ++q.inFlight;
+        q.peak = std::max(q.peak, q.inFlight);
+        lock.unlock();
+        if (job.video)
+            readVideo(job.video);
+        else
+            readAudio(job.audio);
+        job = Queue::Job(); // the request is released outside the queue's lock
+        lock.lock();
+        --q.inFlight;
+        if (--q.queued == 0)
+            q.idle.notify_all();
+    }
+}
+
+bool FileReaderResource::enqueue(Vl::Ptr<VideoReadRequest> video, Vl::Ptr<AudioReadRequest> audio)
+{
+    std::lock_guard lock(queue_->mutex);
+    if (queue_->stopping)
+        return false;
+    if (queue_->workers.empty()) {
+        std::uint32_t n = std::max<std::uint32_t>(getMaxRequests(), 1);
+        for (std::uint32_t i = 0; i < n; ++i)
+            queue_->workers.emplace_back([this] { serve(*queue_); });
+    }
+    queue_->jobs.push_back({std::move(video), std::move(audio)});
+    ++queue_->queued;
+    queue_->wake.notify_one();
+    return true;
+}
+
+void FileReaderResource::queueReadRequest(Vl::Ptr<VideoReadRequest>& request, bool async)
+{
+    request->setResource(this);
+    if (async && enqueue(request, nullptr))
+        return;
+    readVideo(request);
+}
+
+void FileReaderResource::readAudioSample(Vl::Ptr<AudioReadRequest>& request, bool async)
+{
+    if (async && enqueue(nullptr, request))
+        return;
+    readAudio(request);
+}
+
+bool FileReaderResource::isFileTypeSupported(const VlWString& path, FileReadInstance::OpenType)
+{
+    auto dot = path.find_last_of(L'.');
+    auto slash = path.find_last_of(L'/');
+    if (dot == VlWString::npos || (slash != VlWString::npos && dot < slash))
+        return false;
+    std::wstring ext = path.substr(dot + 1);
+    for (const VlWString& type : fileTypes_) {
+        if (type.size() != ext.size())
+            continue;
+        bool same = true;
+        for (std::size_t i = 0; i < ext.size() && same; ++i)
+            same = std::towupper(static_cast<wint_t>(ext[i])) == std::towupper(static_cast<wint_t>(type[i]));
+        if (same)
+            return true;
+    }
+    return false;
+}
+
+void FileReaderResource::VlFileIndexClose(void*, Vl::Ptr<IndexInfo>&) {}
+
+bool FileReaderResource::canExtractTo(const VlWString&, const VlWString&)
+{
+    return false;
+}
+
+int FileReaderResource::extractFiles(const VlWString&, const VlWString&)
+{
+    return 2005;
+}
+
+void FileReaderResource::waitForIdle()
+{
+    std::unique_lock lock(queue_->mutex);
+    queue_->idle.wait(lock, [this] { return queue_->queued == 0; });
+}
+
+void FileReaderResource::stopRequests()
+{
+    std::vector<std::thread> workers;
+    {
+        std::lock_guard lock(queue_->mutex);
+        queue_->stopping = true;
+        workers.swap(queue_->workers);
+        queue_->wake.notify_all();
+    }
+    for (auto& t : workers)
+        t.join();
+}
+
+std::uint32_t FileReaderResource::peakInFlight() const
+{
+    std::lock_guard lock(queue_->mutex);
+    return queue_->peak;
+}
+
+} // namespace Vl

@@ -1,0 +1,70 @@
+#pragma once
+#include <cstdint>
+
+#include "AudioReadRequest.h"
+#include "FileReadInstance.h"
+#include "IndexInfo.h"
+#include "PlayFileMetadata.h"
+#include "RequestStatus.h"
+#include "Vector.h"
+#include "VideoReadRequest.h"
+#include "VlExport.h"
+#include "VlPtr.h"
+#include "VlResourceTypeBase.h"
+#include "VlWString.h"
+
+namespace Vl {
+
+// A component that reads one kind of media file. Requests queued with
+// async true are served by worker threads, at most getMaxRequests() at once.
+class VL_HOST_API FileReaderResource : public VlResourceTypeBase
+{
+public:
+    FileReaderResource(const String& name, std::uint32_t typeCode);
+    ~FileReaderResource() override;
+
+    virtual void requestHasCompletedCb(Vl::Ptr<iObject>& request, RequestStatus::eFileReqStatus status);
+    virtual Vl::Ptr<FileReadInstance> openFile(const VlWString& path, FileReadInstance::OpenType type) = 0;
+    // Builds a request for frame (with its group record when wholeGroup is set,
+    // for long-GOP decoders) and queues it.
+    virtual Vl::Ptr<VideoReadRequest> readVideoSample(const Vl::Ptr<FileReadInstance>& instance, unsigned frame,
+                                                      bool wholeGroup, VideoReadRequest::eResultType type,
+                                                      void* image, void* issuer, bool async);
+    virtual void queueReadRequest(Vl::Ptr<VideoReadRequest>& request, bool async);
+    virtual void readAudioSample(Vl::Ptr<AudioReadRequest>& request, bool async);
+    virtual bool isFileTypeSupported(const VlWString& path, FileReadInstance::OpenType type);
+    // Bit 1: the video can be decoded; bit 2: the audio can be played.
+    virtual int isFileFormatSupported(const VlWString& path, FileReadInstance::OpenType type,
+                                      const PlayFileMetadata& metadata) = 0;
+    virtual const Vector<VlWString>& getSupportedFileTypes() const;
+    virtual void VlFileIxCache_open(Vl::Ptr<FileReadInstance>& instance, Vl::Ptr<IndexInfo>& record,
+                                    unsigned frame) = 0;
+    virtual void VlFileIndexClose(void* context, Vl::Ptr<IndexInfo>& record);
+    virtual std::uint32_t getMaxRequests() const = 0;
+    virtual int readVideo(Vl::Ptr<VideoReadRequest>& request) = 0;
+    virtual std::uint32_t getOutputImageFormat(Vl::Ptr<FileReadInstance>& instance) = 0;
+    virtual bool canExtractTo(const VlWString& from, const VlWString& to);
+    virtual int extractFiles(const VlWString& from, const VlWString& to);
+    virtual int readAudio(Vl::Ptr<AudioReadRequest>& request) = 0;
+
+    // Waits until every queued request has completed.
+    void waitForIdle();
+    // Stops the workers once the queue is drained; later async requests run
+    // on the caller's thread. The editor calls it before releasing the resource.
+    void stopRequests();
+    // Most requests that were ever being served at once.
+    std::uint32_t peakInFlight() const;
+
+protected:
+    void addFileType(const VlWString& type);
+
+private:
+    struct Queue;
+    bool enqueue(Vl::Ptr<VideoReadRequest> video, Vl::Ptr<AudioReadRequest> audio);
+    void serve(Queue& queue);
+
+    Vector<VlWString> fileTypes_;
+    Queue* queue_;
+};
+
+} // namespace Vl
