@@ -3,9 +3,8 @@
 #include <cstring>
 #include <string>
 
-#include "AviFrameMd5.h"
-#include "AviProbe.h"
 #include "DiskCheck.h"
+#include "PluginRead.h"
 
 namespace {
 
@@ -13,9 +12,10 @@ int usage()
 {
     std::fprintf(stderr,
                  "usage: velloro COMMAND [ARGS]\n"
-                 "  disk-check [DIR]   write and read back a sector-aligned file in DIR (default: .)\n"
-                 "  framemd5 FILE      ffmpeg's framemd5 of FILE's video frames and an MD5 per audio stream\n"
-                 "  probe FILE         FILE's streams as the AVI reader sees them\n");
+                 "  disk-check [DIR]     write and read back a sector-aligned file in DIR (default: .)\n"
+                 "  framemd5 FILE        ffmpeg's framemd5 of FILE's video frames and an MD5 per audio stream\n"
+                 "  probe FILE [--json]  what the editor learns of FILE through the AVI plug-in\n"
+                 "The plug-in is lib/libvelloro_avi.so beside bin/, or $VELLORO_PLUGIN.\n");
     return 2;
 }
 
@@ -29,8 +29,8 @@ int main(int argc, char** argv)
     if (command == "disk-check")
         return velloro::diskCheck(argc > 2 ? argv[2] : ".");
     if (command == "framemd5" && argc == 3)
-        return velloro::frameMd5Command(argv[2]);
-    if (command == "probe" && argc == 3)
-        return velloro::probeCommand(argv[2]);
+        return velloro::pluginFrameMd5Command(argv[2]);
+    if (command == "probe" && (argc == 3 || (argc == 4 && std::strcmp(argv[3], "--json") == 0)))
+        return velloro::pluginProbeCommand(argv[2], argc == 4);
     return usage();
 }

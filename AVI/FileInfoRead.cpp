@@ -1,0 +1,198 @@
+// The data paths of an open AVI file: frames and whole groups into
+// sector-aligned blocks, the group index cache, and PCM audio.
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+#include "AVI/FileInfo.h"
+#include "FileFormats/AVI/avilib/avilib.FileReader.h"
+#include "OS/VlErrFromHresult.h"
+#include "host/AlignedByteBufferImpl.h"
+#include "host/ByteBufferImpl.h"
+#include "host/Log.h"
+#include "host/RequestStatus.h"
+#include "host/resourceStr.h"
+
+namespace avi {
+
+namespace {
+
+constexpr int kErrSuccess = 1;
+constexpr int kErrBufferTooSmall = 8;
+constexpr int kErrEndOfFile = 11;
+
+Vl::Ptr<AlignedByteBufferImpl> alignedBlock(std::uint64_t size, std::uint32_t alignment)
+{
+    if (size > UINT32_MAX)
+        return nullptr;
+    Vl::Ptr<AlignedByteBufferImpl> block(new AlignedByteBufferImpl);
+    if (!block->alloc(static_cast<std::uint32_t>(size), alignment))
+        return nullptr;
+    return block;
+}
+
+} // namespace
+
+bool FileInfo::readVideo(Vl::Ptr<iMemHolder>& out, unsigned frame, Vl::Ptr<IndexInfo>& gop)
+{
+    CriticalSection::Lock fileLock(lock());
+    if (!reader_ || VlErrFromHresult(reader_->essenceOpen(videoStream_)) != kErrSuccess)
+        return false;
+
+    unsigned count = 1;
+    unsigned first = frame;
+    if (gop) {
+        count = gop->getNumGopFrames();
+        first = gop->getStartGopFrameIndex();
+        if (count == 0)
+            return false;
+    }
+
+    std::uint64_t total = 0;
+    for (std::uint8_t i = 0; i < count; ++i) {
+        Morvane::Avi::IndexEntry* entry = nullptr;
+        if (SUCCEEDED(reader_->get_IndexEntry(first + i, &entry)) && entry)
+            total += sectorSize_ + std::uint64_t(entry->size);
+    }
+
+    Vl::Ptr<AlignedByteBufferImpl> group = alignedBlock(total + sectorSize_, sectorSize_);
+    if (!group)
+        return false;
+    out = group;
+    Vl::Ptr<AlignedByteBufferImpl> frameBlock;
+    if (count > 1) {
+        frameBlock = alignedBlock(std::uint64_t(videoBufferSize_) + sectorSize_, sectorSize_);
+        if (!frameBlock)
+            return false;
+    }
+
+    std::uint64_t used = 0;
+    for (unsigned i = 0; i < count; ++i) {
+        if (total <= used)
+            return false;
+        Vl::Ptr<AlignedByteBufferImpl>& block = i == 0 ? group : frameBlock;
+        unsigned offset = 0;
+        unsigned bytes = 0;
+        int err = VlErrFromHresult(reader_->essenceRead(first + i, 1, block->data(), block->capacity(), &offset, &bytes));
+        while (err == kErrBufferTooSmall) {
+            LogBoth("readSamples: buffer required larger than expected\n");
+            Vl::Ptr<AlignedByteBufferImpl> bigger = alignedBlock(std::uint64_t(block->capacity()) * 2, sectorSize_);
+            if (!bigger)
+                return false;
+            block = bigger;
+            if (i == 0) {
+                // The block that holds the frames is the one handed back.
+                out = group;
+                videoBufferSize_ = std::max(videoBufferSize_, group->capacity());
+            }
+            err = VlErrFromHresult(reader_->essenceRead(first + i, 1, block->data(), block->capacity(), &offset, &bytes));
+        }
+        if (err != kErrSuccess) {
+            LogBoth("AVI API error %s\n", resourceStr(err));
+            return false;
+        }
+        if (offset > block->capacity() || bytes > block->capacity() - offset)
+            return false; // the reader claims more than the block holds
+        if (i == 0) {
+            group->setDataOffset(offset);
+            auto address = reinterpret_cast<std::uintptr_t>(group->data() + offset);
+            if (resolutionCoded_ && address % 16 != 0) {
+                Vl::Ptr<AlignedByteBufferImpl> fresh = alignedBlock(group->capacity(), sectorSize_);
+                if (!fresh)
+                    return false;
+                std::memcpy(fresh->data(), group->data() + offset, bytes);
+                group = fresh;
+                out = group;
+            }
+        } else {
+            // Equality fails too: a later frame must leave room behind it.
+            if (total - used <= bytes)
+                return false;
+            if (std::uint64_t(group->dataOffset()) + used + bytes > group->capacity())
+                return false;
+            std::memcpy(group->data() + group->dataOffset() + used, frameBlock->data() + offset, bytes);
+        }
+        used += bytes;
+    }
+    group->setUsed(static_cast<std::uint32_t>(used));
+    return true;
+}
+
+int FileInfo::readVideo(Vl::Ptr<FrameBuffer>& out, Vl::Ptr<VideoReadRequest>& request)
+{
+    Vl::Ptr<iMemHolder> memory;
+    if (!readVideo(memory, request->getFrame(), request->getIndexInfo()))
+        return RequestStatus::eFailed;
+    out = Vl::Ptr<FrameBuffer>(new FrameBuffer(metadata(), memory, request->getIndexInfo()));
+    return RequestStatus::eCompleted;
+}
+
+void FileInfo::VlFileIxCache_open(Vl::Ptr<IndexInfo>& out, unsigned frame)
+{
+    if (metadata()->video().gopSize() < 2)
+        return;
+    CriticalSection::Lock cache(cacheLock_);
+    for (const Vl::Ptr<IndexInfo>& record : indexCache_) {
+        if (record->containsValidFrame(frame)) {
+            out = record;
+            return;
+        }
+    }
+    CriticalSection::Lock fileLock(lock());
+    if (!reader_ || VlErrFromHresult(reader_->essenceOpen(videoStream_)) != kErrSuccess)
+        return;
+    unsigned keyframe = frame;
+    reader_->get_NearestKeyFrame(reader_->get_CurrentStream(), frame, Morvane::Avi::FileReader::kfBackward, keyframe);
+    out = Vl::Ptr<IndexInfo>(new IndexInfo);
+    if (FAILED(reader_->getGopAndPresentationOrder(keyframe, out->decodeOrder(), out->presentationOrder())))
+        return;
+    if (out->getNumValidFrames() == 0) {
+        MORVANE_ASSERT_AT(false, "AVI/FileInfo line 963");
+        out = nullptr;
+        return;
+    }
+    indexCache_.push_back(out);
+}
+
+int FileInfo::readAudio(Aud::StreamBufferList& buffers, Vl::Ptr<AudioReadRequest>& request)
+{
+    CriticalSection::Lock fileLock(lock());
+    int result = RequestStatus::eFailed;
+    const Aud::Metadata& audio = metadata()->audio();
+    if (!reader_)
+        return result;
+    // Strict on purpose: a stream number equal to the count is attempted.
+    if (request->getChannelStream() > audio.audioStreams())
+        return result;
+    const int Err_Fail = 0;
+    int err = VlErrFromHresult(reader_->essenceOpen(audioStream_ + request->getChannelStream()));
+    MORVANE_ASSERT_AT(err != Err_Fail, "AVI/FileInfo line 711");
+
+    const std::uint32_t count = request->getSampleCount();
+    std::uint32_t blockSize = std::max(audioBufferSize_, request->getBytesPerMCS());
+    Vl::Ptr<ByteBufferImpl> block(new ByteBufferImpl);
+    if (!block->alloc(blockSize))
+        return result;
+    unsigned offset = 0;
+    unsigned bytes = 0;
+    const std::uint32_t space = block->freeSpace();
+    err = VlErrFromHresult(reader_->essenceRead(request->getStartSample(), count, block->getBufferAtEnd(), space,
+                                                &offset, &bytes));
+    if (err == kErrSuccess || err == kErrEndOfFile) {
+        std::uint64_t wanted = std::uint64_t(audio.stride()) * audio.channelsPerStream() * count;
+        bytes = static_cast<unsigned>(std::min<std::uint64_t>(bytes, wanted));
+        if (offset > space)
+            offset = space;
+        bytes = std::min(bytes, space - offset);
+        if (offset != 0) {
+            MORVANE_ASSERT_AT(false, "AVI/FileInfo line 735");
+            std::memmove(block->getBufferAtEnd(), block->getBufferAtEnd() + offset, bytes);
+        }
+        block->append(bytes);
+        interleaver().deinterleaveAudio(count, *block, buffers);
+        result = RequestStatus::eCompleted;
+    }
+    return result;
+}
+
+} // namespace avi

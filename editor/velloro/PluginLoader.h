@@ -1,0 +1,37 @@
+#pragma once
+// Loads a plug-in library as the editor does: dlopen, vlPluginInstance,
+// the load hook; at the end the pre-unload hook, the object's release and
+// dlclose.
+#include <string>
+
+#include "host/FileReaderResource.h"
+#include "host/VlPluginBase.h"
+
+namespace velloro {
+
+class PluginLoader
+{
+public:
+    PluginLoader() = default;
+    ~PluginLoader() { unload(); }
+    PluginLoader(const PluginLoader&) = delete;
+    PluginLoader& operator=(const PluginLoader&) = delete;
+
+    // $VELLORO_PLUGIN, else lib/libvelloro_avi.so beside the bin/ that holds
+    // this program.
+    static std::string defaultPath();
+
+    // False with the reason in error.
+    bool load(const std::string& path, std::string& error);
+    void unload();
+
+    VlPluginBase* plugin() const { return plugin_; }
+    // The registered reader component of that name, or null.
+    Vl::FileReaderResource* findReader(const char* name) const;
+
+private:
+    void* handle_ = nullptr;
+    VlPluginBase* plugin_ = nullptr;
+};
+
+} // namespace velloro
