@@ -1,0 +1,184 @@
+#pragma once
+// Small AVI files built byte by byte for the plug-in tests: every header
+// field a metadata rule reads is one a test sets.
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "avi/reader_builder.h"
+
+namespace plugintest {
+
+using namespace readertest;
+
+struct VideoSpec
+{
+    const char* handler = "dvsd";
+    std::uint32_t fcc = Morvane::makeFourCC("dvsd");
+    std::int32_t width = 720;
+    std::int32_t height = 576;
+    std::uint16_t bitCount = 24;
+    std::uint32_t rate = 25;
+    std::uint32_t scale = 1;
+    unsigned frames = 3;
+    Bytes extra; // after the BITMAPINFOHEADER in strf
+    std::optional<AVIVIDEOPROPERTIES> vprp;
+};
+
+struct AudioSpec
+{
+    std::uint16_t formatTag = WAVE_FORMAT_PCM;
+    std::uint16_t channels = 2;
+    std::uint16_t bits = 16;
+    std::uint32_t rate = 48000;
+    unsigned samplesPerFrame = 1920;
+};
+
+inline AVIVIDEOPROPERTIES videoProperties(std::uint32_t aspect, std::uint32_t fieldsPerFrame)
+{
+    AVIVIDEOPROPERTIES p = {};
+    p.fcc = ckid::vprp;
+    p.cb = sizeof(AVIVIDEOPROPERTIES) - 8;
+    p.dwFrameAspectRatio = aspect;
+    p.nbFieldPerFrame = fieldsPerFrame;
+    return p;
+}
+
+// Frame k of the video holds frameSize(k) bytes of the value k + 1.
+inline std::size_t frameSize(unsigned k)
+{
+    return 300 + 37 * k;
+}
+
+// Optional video, optional audio, interleaved, with an idx1.
+inline Bytes buildFile(const std::optional<VideoSpec>& video, const std::optional<AudioSpec>& audio,
+                       unsigned audioChunks = 3)
+{
+    const unsigned streams = (video ? 1 : 0) + (audio ? 1 : 0);
+    const unsigned frames = video ? video->frames : audioChunks;
+    RiffBuilder b;
+    std::size_t riff = b.begin("RIFF", "AVI ");
+    std::size_t hdrl = b.begin("LIST", "hdrl");
+    b.record(mainHeader(streams, frames));
+    if (video) {
+        std::size_t strl = b.begin("LIST", "strl");
+        AVISTREAMHEADER h = streamHeader("vids", "dvsd", video->rate, video->scale, video->frames);
+        h.fccHandler = video->fcc;
+        b.record(h);
+        BITMAPINFOHEADER bih = videoFormat("dvsd", static_cast<std::uint32_t>(40 + video->extra.size()));
+        bih.biCompression = video->fcc;
+        bih.biWidth = video->width;
+        bih.biHeight = video->height;
+        bih.biBitCount = video->bitCount;
+        Bytes strf = bytesOf(bih);
+        strf.insert(strf.end(), video->extra.begin(), video->extra.end());
+        b.chunk("strf", strf);
+        if (video->vprp)
+            b.record(*video->vprp);
+        b.end(strl);
+    }
+    if (audio) {
+        std::size_t strl = b.begin("LIST", "strl");
+        WAVEFORMATEX w = pcm(audio->channels, audio->bits, audio->rate);
+        w.wFormatTag = audio->formatTag;
+        AVISTREAMHEADER h = streamHeader("auds", "\0\0\0\0", audio->rate, 1, audioChunks * audio->samplesPerFrame);
+        h.dwSampleSize = w.nBlockAlign;
+        b.record(h);
+        b.chunk("strf", bytesOf(w));
+        b.end(strl);
+    }
+    b.end(hdrl);
+    std::size_t movi = b.begin("LIST", "movi");
+    std::vector<INDEXENTRY> entries;
+    const std::uint32_t vid = Morvane::makeFourCC("00dc");
+    const std::uint32_t aud = video ? Morvane::makeFourCC("01wb") : Morvane::makeFourCC("00wb");
+    for (unsigned k = 0; k < std::max(frames, audioChunks); ++k) {
+        if (video && k < video->frames) {
+            std::size_t at = b.chunk(vid, frameData(k, frameSize(k)));
+            entries.push_back({vid, AVIIF_KEYFRAME,
+                               static_cast<std::uint32_t>(at - (movi + 4)), static_cast<std::uint32_t>(frameSize(k))});
+        }
+        if (audio && k < audioChunks) {
+            std::uint32_t bytes = audio->samplesPerFrame * audio->channels * audio->bits / 8;
+            Bytes pcmData(bytes);
+            for (std::uint32_t i = 0; i < bytes; ++i)
+                pcmData[i] = static_cast<std::uint8_t>(i * 7 + k * 13);
+            std::size_t at = b.chunk(aud, pcmData);
+            entries.push_back({aud, AVIIF_KEYFRAME, static_cast<std::uint32_t>(at - (movi + 4)), bytes});
+        }
+    }
+    b.end(movi);
+    Bytes idx;
+    for (const auto& e : entries) {
+        Bytes one = bytesOf(e);
+        idx.insert(idx.end(), one.begin(), one.end());
+    }
+    b.chunk("idx1", idx);
+    b.end(riff);
+    return b.bytes();
+}
+
+// A long-GOP MPEG-2 stream with a frame-type (IBP) index, stored
+// I0 P3 B1 B2 P5 B4 | I6 P9 B7 B8 P11 B10 | I12.
+inline Bytes buildLongGopFile()
+{
+    const std::uint32_t type[] = {0, 1, 2, 3, 1, 2, 0, 1, 2, 2, 1, 3, 0};
+    const std::uint32_t display[] = {0, 3, 1, 2, 5, 4, 6, 9, 7, 8, 11, 10, 12};
+    const std::uint32_t real[] = {0, 2, 3, 1, 5, 4, 6, 8, 9, 7, 11, 10, 12};
+    const unsigned total = 13;
+    RiffBuilder b;
+    std::size_t riff = b.begin("RIFF", "AVI ");
+    std::size_t hdrl = b.begin("LIST", "hdrl");
+    b.record(mainHeader(1, total));
+    std::size_t strl = b.begin("LIST", "strl");
+    b.record(streamHeader("vids", "MMES", 25, 1, total));
+    b.chunk("strf", mmesFormat(576));
+    b.fcc("indx");
+    b.put(static_cast<std::uint32_t>(24 + 16 * 4));
+    b.put(std::uint16_t(4));
+    b.put(std::uint8_t(AVI_INDEX_IBP));
+    b.put(std::uint8_t(AVI_INDEX_OF_INDEXES));
+    b.put(std::uint32_t(1));
+    b.fcc("00dc");
+    for (int i = 0; i < 3; ++i)
+        b.put(std::uint32_t(0));
+    std::size_t superEntries = b.pos();
+    for (int i = 0; i < 4; ++i)
+        b.put(AVISUPERINDEX_ENTRY{});
+    b.end(strl);
+    std::size_t odml = b.begin("LIST", "odml");
+    AVIEXTHEADER dmlh = {};
+    dmlh.fcc = ckid::dmlh;
+    dmlh.cb = 248;
+    dmlh.dwTotalFrames = total;
+    b.record(dmlh);
+    b.end(odml);
+    b.end(hdrl);
+
+    std::size_t movi = b.begin("LIST", "movi");
+    std::vector<std::uint64_t> headers;
+    for (unsigned k = 0; k < total; ++k)
+        headers.push_back(b.chunk("00dc", frameData(k, frameSize(k))));
+    std::size_t at = b.pos();
+    b.fcc("ix00");
+    b.put(static_cast<std::uint32_t>(24 + 4 * 6 * total));
+    b.put(std::uint16_t(6));
+    b.put(std::uint8_t(AVI_INDEX_IBP));
+    b.put(std::uint8_t(AVI_INDEX_OF_CHUNKS));
+    b.put(static_cast<std::uint32_t>(total));
+    b.fcc("00dc");
+    b.put(std::uint64_t(movi));
+    b.put(std::uint32_t(0));
+    for (unsigned k = 0; k < total; ++k)
+        b.put(MQ_AVIIBPINDEX_ENTRY{headers[k], static_cast<std::uint32_t>(frameSize(k)) | type[k] << 29, display[k],
+                                   real[k], 0});
+    b.patch64(superEntries, at);
+    b.patch32(superEntries + 8, static_cast<std::uint32_t>(b.pos() - at));
+    b.patch32(superEntries + 12, total);
+    b.end(movi);
+    b.end(riff);
+    return b.bytes();
+}
+
+} // namespace plugintest

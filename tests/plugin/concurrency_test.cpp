@@ -1,0 +1,126 @@
+// Many requests in flight at once, on one file and on several, give the
+// bytes that one thread reading frame after frame gets.
+#include <gtest/gtest.h>
+
+#include <map>
+#include <vector>
+
+#include "Md5.h"
+#include "plugin/plugin_support.h"
+
+using namespace plugintest;
+
+namespace {
+
+using Digests = std::vector<std::string>;
+
+class InFlight : public LoadedPlugin
+{
+protected:
+    Vl::Ptr<FileReadInstance> open(const std::string& name)
+    {
+        return reader_->openFile(VlWString(wide(dataPath(name))), FileReadInstance::eOpenForPlayback);
+    }
+    // Frame by frame on this thread.
+    Digests serial(const Vl::Ptr<FileReadInstance>& f)
+    {
+        Digests out;
+        for (unsigned i = 0; i < f->metadata()->video().lengthInFrames(); ++i) {
+            auto r = reader_->readVideoSample(f, i, false, VideoReadRequest::eCompressed, nullptr, nullptr, false);
+            EXPECT_EQ(r->getStatus(), RequestStatus::eCompleted) << i;
+            out.push_back(r->getResult() ? velloro::Md5::of(r->getResult()->bytes(), r->getResult()->size()) : "");
+        }
+        return out;
+    }
+};
+
+// Files with the frames to read, each frame asked for several times over.
+constexpr unsigned kRounds = 8;
+
+TEST_F(InFlight, OneFileManyRequests)
+{
+    Vl::Ptr<FileReadInstance> f = open("mjpeg.avi");
+    ASSERT_TRUE(f);
+    Digests expected = serial(f);
+    const unsigned n = static_cast<unsigned>(expected.size());
+    std::vector<Vl::Ptr<VideoReadRequest>> requests;
+    for (unsigned round = 0; round < kRounds; ++round)
+        for (unsigned i = 0; i < n; ++i)
+            requests.push_back(reader_->readVideoSample(f, (i * 3 + round) % n, false, VideoReadRequest::eCompressed,
+                                                        nullptr, nullptr, true));
+    for (unsigned k = 0; k < requests.size(); ++k) {
+        ASSERT_EQ(requests[k]->wait(), RequestStatus::eCompleted) << k;
+        auto frame = requests[k]->getResult();
+        EXPECT_EQ(velloro::Md5::of(frame->bytes(), frame->size()), expected[(k % n * 3 + k / n) % n]) << k;
+    }
+    reader_->waitForIdle();
+    EXPECT_LE(reader_->peakInFlight(), 32u);
+}
+
+TEST_F(InFlight, SeveralFilesVideoAndAudioAtOnce)
+{
+    std::map<std::string, Vl::Ptr<FileReadInstance>> files;
+    std::map<std::string, Digests> expected;
+    for (const std::string& name : corpus()) {
+        files[name] = open(name);
+        ASSERT_TRUE(files[name]) << name;
+        expected[name] = serial(files[name]);
+    }
+    // The audio of the first stream, one block per file, read alone first.
+    std::map<std::string, std::string> audioExpected;
+    auto audioOf = [](const AudioReadRequest& r) {
+        velloro::Md5 md5;
+        for (std::uint32_t c = 0; c < r.result().channels(); ++c)
+            md5.update(r.result().channel(c), std::size_t(r.result().samples()) * r.result().bytesPerSample());
+        return md5.hexDigest();
+    };
+    for (auto& [name, f] : files) {
+        if (f->metadata()->audio().audioStreams() == 0)
+            continue;
+        Vl::Ptr<AudioReadRequest> r(new AudioReadRequest(f, 0, 17, 1000));
+        reader_->readAudioSample(r, false);
+        ASSERT_EQ(r->getStatus(), RequestStatus::eCompleted) << name;
+        audioExpected[name] = audioOf(*r);
+    }
+
+    struct Asked
+    {
+        std::string name;
+        unsigned frame;
+        Vl::Ptr<VideoReadRequest> video;
+        Vl::Ptr<AudioReadRequest> audio;
+    };
+    std::vector<Asked> asked;
+    for (unsigned round = 0; round < kRounds; ++round) {
+        for (auto& [name, f] : files) {
+            const unsigned n = f->metadata()->video().lengthInFrames();
+            for (unsigned i = 0; i < n; ++i)
+                asked.push_back({name, i,
+                                 reader_->readVideoSample(f, i, false, VideoReadRequest::eCompressed, nullptr, nullptr,
+                                                          true),
+                                 nullptr});
+            if (audioExpected.count(name)) {
+                // Different ranges first, so that the last one is read, not cached.
+                Vl::Ptr<AudioReadRequest> a(new AudioReadRequest(f, 0, round == kRounds - 1 ? 17 : round, 1000));
+                reader_->readAudioSample(a, true);
+                asked.push_back({name, round, nullptr, a});
+            }
+        }
+    }
+    for (const Asked& a : asked) {
+        if (a.video) {
+            ASSERT_EQ(a.video->wait(), RequestStatus::eCompleted) << a.name << " " << a.frame;
+            auto frame = a.video->getResult();
+            EXPECT_EQ(velloro::Md5::of(frame->bytes(), frame->size()), expected[a.name][a.frame])
+                << a.name << " " << a.frame;
+        } else {
+            ASSERT_EQ(a.audio->wait(), RequestStatus::eCompleted) << a.name;
+            if (a.frame == kRounds - 1)
+                EXPECT_EQ(audioOf(*a.audio), audioExpected[a.name]) << a.name;
+        }
+    }
+    reader_->waitForIdle();
+    EXPECT_LE(reader_->peakInFlight(), 32u);
+}
+
+} // namespace

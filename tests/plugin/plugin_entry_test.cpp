@@ -1,0 +1,187 @@
+// The plug-in as the editor sees it after dlopen: what it exports, its
+// load and unload hooks, its components, and where its memory comes from.
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <new>
+#include <set>
+#include <thread>
+#include <vector>
+
+#include "PluginLoader.h"
+#include "host/VlPluginBase.h"
+#include "plugin/plugin_support.h"
+#include "vlhost/HostStats.h"
+
+namespace {
+
+using InstanceFn = bool (*)(VlPluginBase**);
+
+// dlopen without the loader's hooks, to see the states in between.
+class RawPlugin : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        handle_ = dlopen(VELLORO_PLUGIN_PATH, RTLD_NOW | RTLD_LOCAL);
+        ASSERT_NE(handle_, nullptr) << dlerror();
+        instance_ = reinterpret_cast<InstanceFn>(dlsym(handle_, "vlPluginInstance"));
+        ASSERT_NE(instance_, nullptr);
+    }
+    void TearDown() override
+    {
+        VlPluginBase* plugin = nullptr;
+        if (instance_)
+            instance_(&plugin);
+        if (plugin) {
+            plugin->preUnloadDeinitialization();
+            delete plugin;
+        }
+        if (handle_)
+            dlclose(handle_);
+    }
+    void* handle_ = nullptr;
+    InstanceFn instance_ = nullptr;
+};
+
+TEST_F(RawPlugin, ExportsOnlyTheEntryPointsAndTheAllocationOperators)
+{
+    for (const char* name : {"vlPluginInstance", "getTlsSlot", "_Znwm", "_Znam", "_ZdlPv", "_ZdaPv",
+                             "_ZnwmRKSt9nothrow_t", "_ZnamRKSt9nothrow_t", "_ZdlPvRKSt9nothrow_t",
+                             "_ZdaPvRKSt9nothrow_t"})
+        EXPECT_NE(dlsym(handle_, name), nullptr) << name;
+    // The container and the adapter stay inside.
+    for (const char* name : {"_ZN7Morvane3Avi10FileReaderC1Ev", "_ZN3avi12DeviceDriverC1Ev",
+                             "_ZN3avi8FileInfo12readMetadataEv", "_ZN4Pell9CPellBase12getLastErrorEv"})
+        EXPECT_EQ(dlsym(handle_, name), nullptr) << name;
+}
+
+TEST_F(RawPlugin, HooksMoveTheInitialisedFlagAndRegisterReaderThenWriter)
+{
+    VlPluginBase* plugin = nullptr;
+    EXPECT_FALSE(instance_(&plugin));
+    ASSERT_NE(plugin, nullptr);
+    EXPECT_EQ(plugin->name(), "Velloro avi");
+    EXPECT_EQ(plugin->version(), "12.5.0.0");
+    EXPECT_EQ(plugin->components().size(), 0u);
+    EXPECT_FALSE(plugin->enable());
+    EXPECT_FALSE(plugin->disable());
+
+    plugin->postLoadInitialization();
+    VlPluginBase* again = nullptr;
+    EXPECT_TRUE(instance_(&again));
+    EXPECT_EQ(again, plugin);
+    ASSERT_EQ(plugin->components().size(), 2u);
+    const VlComponentBase* reader = plugin->components()[0];
+    const VlComponentBase* writer = plugin->components()[1];
+    EXPECT_EQ(reader->name(), "AVI FileReader");
+    EXPECT_EQ(reader->typeCode(), 77u);
+    EXPECT_EQ(writer->name(), "AVI FileWriter");
+    EXPECT_EQ(writer->typeCode(), 0x20495641u);
+    auto* resource = dynamic_cast<const Vl::FileReaderResource*>(reader);
+    ASSERT_NE(resource, nullptr);
+    EXPECT_EQ(resource->priority(), 100);
+    EXPECT_EQ(resource->getMaxRequests(), 32u);
+    ASSERT_EQ(resource->getSupportedFileTypes().size(), 1u);
+    EXPECT_EQ(resource->getSupportedFileTypes()[0], L"AVI");
+    EXPECT_EQ(dynamic_cast<const Vl::FileReaderResource*>(writer), nullptr);
+
+    plugin->preUnloadDeinitialization();
+    EXPECT_FALSE(instance_(&again));
+    EXPECT_EQ(plugin->components().size(), 0u);
+    // A second call finds nothing to release.
+    auto before = vlhost::memoryStats();
+    plugin->preUnloadDeinitialization();
+    EXPECT_EQ(vlhost::memoryStats().frees, before.frees);
+    EXPECT_FALSE(instance_(&again));
+}
+
+TEST_F(RawPlugin, PreUnloadBeforeLoadDoesNothing)
+{
+    VlPluginBase* plugin = nullptr;
+    instance_(&plugin);
+    ASSERT_NE(plugin, nullptr);
+    auto before = vlhost::memoryStats();
+    plugin->preUnloadDeinitialization();
+    EXPECT_EQ(vlhost::memoryStats().frees, before.frees);
+    EXPECT_FALSE(instance_(&plugin));
+}
+
+TEST_F(RawPlugin, TlsSlotsStartAtOneAndAreUniqueAcrossThreads)
+{
+    auto getTlsSlot = reinterpret_cast<unsigned (*)()>(dlsym(handle_, "getTlsSlot"));
+    ASSERT_NE(getTlsSlot, nullptr);
+    EXPECT_EQ(getTlsSlot(), 1u);
+    std::vector<std::vector<unsigned>> got(4);
+    std::vector<std::thread> threads;
+    for (auto& g : got)
+        threads.emplace_back([&g, getTlsSlot] {
+            for (int i = 0; i < 100; ++i)
+                g.push_back(getTlsSlot());
+        });
+    for (auto& t : threads)
+        t.join();
+    std::set<unsigned> all;
+    for (const auto& g : got)
+        all.insert(g.begin(), g.end());
+    EXPECT_EQ(all.size(), 400u);
+    EXPECT_EQ(*all.begin(), 2u);
+    EXPECT_EQ(*all.rbegin(), 401u);
+}
+
+TEST_F(RawPlugin, AllocationOperatorsUseTheEditorsMemoryService)
+{
+    auto opNew = reinterpret_cast<void* (*)(std::size_t)>(dlsym(handle_, "_Znwm"));
+    auto opDelete = reinterpret_cast<void (*)(void*)>(dlsym(handle_, "_ZdlPv"));
+    auto opNewArray = reinterpret_cast<void* (*)(std::size_t)>(dlsym(handle_, "_Znam"));
+    auto opDeleteArray = reinterpret_cast<void (*)(void*)>(dlsym(handle_, "_ZdaPv"));
+    auto opNewNothrow = reinterpret_cast<void* (*)(std::size_t, const std::nothrow_t&)>(
+        dlsym(handle_, "_ZnwmRKSt9nothrow_t"));
+    auto opDeleteNothrow = reinterpret_cast<void (*)(void*, const std::nothrow_t&)>(
+        dlsym(handle_, "_ZdlPvRKSt9nothrow_t"));
+    ASSERT_TRUE(opNew && opDelete && opNewArray && opDeleteArray && opNewNothrow && opDeleteNothrow);
+
+    auto before = vlhost::memoryStats();
+    void* a = opNew(24);
+    void* b = opNewArray(8192);
+    void* c = opNewNothrow(7, std::nothrow);
+    auto mid = vlhost::memoryStats();
+    EXPECT_EQ(mid.allocations - before.allocations, 3u);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(b) % 4096, 0u); // the service aligns large blocks
+    opDelete(a);
+    opDeleteArray(b);
+    opDeleteNothrow(c, std::nothrow);
+    opDelete(nullptr);
+    EXPECT_EQ(vlhost::memoryStats().frees - mid.frees, 3u);
+}
+
+// The library's own objects (the driver's components, an open file and
+// its container reader) come from the service: the stand-in's own objects
+// do not, so every counted block is the plug-in's.
+TEST_F(RawPlugin, ThePluginsOwnAllocationsGoThroughTheService)
+{
+    VlPluginBase* plugin = nullptr;
+    instance_(&plugin);
+    auto before = vlhost::memoryStats();
+    plugin->postLoadInitialization();
+    auto loaded = vlhost::memoryStats();
+    EXPECT_GE(loaded.allocations - before.allocations, 2u); // reader and writer
+    auto* reader = dynamic_cast<Vl::FileReaderResource*>(plugin->components()[0]);
+    ASSERT_NE(reader, nullptr);
+    {
+        Vl::Ptr<FileReadInstance> file =
+            reader->openFile(VlWString(plugintest::wide(plugintest::dataPath("dv_pal.avi"))),
+                             FileReadInstance::eOpenForPlayback);
+        ASSERT_TRUE(file);
+        EXPECT_GT(vlhost::memoryStats().allocations - loaded.allocations, 2u);
+    }
+    plugin->preUnloadDeinitialization();
+    auto after = vlhost::memoryStats();
+    // Everything the plug-in took, it gave back (the driver itself goes in
+    // TearDown); it also frees blocks the framework handed it, so more
+    // frees than allocations are fine.
+    EXPECT_GE(after.frees - before.frees, after.allocations - before.allocations);
+}
+
+} // namespace
