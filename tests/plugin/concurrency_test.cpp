@@ -115,8 +115,9 @@ TEST_F(InFlight, SeveralFilesVideoAndAudioAtOnce)
                 << a.name << " " << a.frame;
         } else {
             ASSERT_EQ(a.audio->wait(), RequestStatus::eCompleted) << a.name;
-            if (a.frame == kRounds - 1)
+            if (a.frame == kRounds - 1) {
                 EXPECT_EQ(audioOf(*a.audio), audioExpected[a.name]) << a.name;
+            }
         }
     }
     reader_->waitForIdle();
