@@ -125,6 +125,22 @@ bool PosixFile::write(const void* buf, std::uint64_t n)
     std::uint64_t allowed = n;
     if (faults_.writeLimit >= 0)
         allowed = std::min<std::uint64_t>(n, static_cast<std::uint64_t>(std::max<std::int64_t>(faults_.writeLimit - written_, 0)));
+    ++writeCalls_;
+    int failure = 0; // errno of an injected failure of this call
+    if (faults_.diskFullFromWriteCall > 0 && writeCalls_ >= faults_.diskFullFromWriteCall) {
+        if (fullSize_ < 0)
+            fullSize_ = static_cast<std::int64_t>(getSize());
+        std::uint64_t room = pos_ < static_cast<std::uint64_t>(fullSize_) ? fullSize_ - pos_ : 0;
+        if (room < allowed) {
+            allowed = room;
+            failure = ENOSPC;
+        }
+    }
+    if (faults_.failWriteCall > 0 && writeCalls_ == faults_.failWriteCall) {
+        std::uint64_t stores = static_cast<std::uint64_t>(std::max<std::int64_t>(faults_.failWriteStores, 0));
+        allowed = std::min(allowed, n ? std::min(stores, n - 1) : 0);
+        failure = faults_.failWriteErrno;
+    }
     std::uint64_t done = 0;
     while (done < allowed) {
         std::uint64_t want = std::min<std::uint64_t>(allowed - done, 1u << 30);
@@ -145,10 +161,10 @@ bool PosixFile::write(const void* buf, std::uint64_t n)
     }
     pos_ += done;
     written_ += static_cast<std::int64_t>(done);
-    if (done == n)
+    if (done == n && failure == 0)
         return true;
     if (done == allowed)
-        errno = ENOSPC;
+        errno = failure ? failure : ENOSPC;
     return false;
 }
 

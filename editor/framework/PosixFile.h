@@ -41,6 +41,8 @@ private:
     std::uint64_t pos_ = 0;
     FileFaults faults_;
     std::int64_t written_ = 0;
+    std::int64_t writeCalls_ = 0;
+    std::int64_t fullSize_ = -1; // the file's size when the disk became full
 };
 
 } // namespace vlhost

@@ -91,7 +91,9 @@ bool PosixFileSystem::exists(const VlWString& path)
 
 Vl::Ptr<iDriveDescription> PosixFileSystem::getDriveDescription(const VlWString& path)
 {
-    std::uint32_t size = logicalBlockSize(toSystemPath(path));
+    std::uint32_t size = faultsFor(path).sectorSize;
+    if (size == 0)
+        size = logicalBlockSize(toSystemPath(path));
     if (size == 0)
         return nullptr;
     return Vl::Ptr<iDriveDescription>(new DriveDescription(size));

@@ -1,6 +1,7 @@
 // Index loading: the legacy idx1 of a whole stream, or one OpenDML
 // standard index chunk at a time through the stream's super index.
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <new>
 
@@ -12,6 +13,13 @@ namespace {
 
 // Largest sample a standard index may name: anything bigger is corruption.
 constexpr std::uint32_t kMaxIndexEntrySize = 0x1000000;
+
+// base + delta, or the largest offset when the sum would wrap: a wrapped
+// offset would name other bytes of the file instead of none.
+std::uint64_t offsetFrom(std::uint64_t base, std::uint64_t delta)
+{
+    return base > UINT64_MAX - delta ? UINT64_MAX : base + delta;
+}
 
 template <class T>
 T fromBytes(const unsigned char* p)
@@ -252,7 +260,7 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
         const unsigned char* e = entries + std::uint64_t(i) * entrySize;
         if (head.bIndexSubType == AVI_INDEX_SUB_DEFAULT) {
             AVISTDINDEX_ENTRY se = fromBytes<AVISTDINDEX_ENTRY>(e);
-            x.offset = head.qwBaseOffset + se.dwOffset;
+            x.offset = offsetFrom(head.qwBaseOffset, se.dwOffset);
             x.size = se.dwSize & AVISTDINDEX_SIZEMASK;
             x.frameType = kFrameTypeKey;
             x.realLocation = x.displayNumber = i;
@@ -264,7 +272,7 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
             }
         } else if (head.bIndexSubType == AVI_INDEX_2FIELD) {
             AVIFIELDINDEX_ENTRY fe = fromBytes<AVIFIELDINDEX_ENTRY>(e);
-            x.offset = head.qwBaseOffset + fe.dwOffset;
+            x.offset = offsetFrom(head.qwBaseOffset, fe.dwOffset);
             x.size = fe.dwSize;
             x.frameType = kFrameTypeKey;
             x.realLocation = x.displayNumber = i;
@@ -289,14 +297,15 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
             // A frame-type entry gives the chunk header's position: the
             // frame's bytes follow the 8-byte header.
             if (!m_bTemporalReordering || d == i) {
-                x.offset = ie.qwOffset + 8;
+                x.offset = offsetFrom(ie.qwOffset, 8);
             } else {
                 if (r >= count) {
                     MORVANE_ASSERT(FALSE);
                     m_nIndexCount = i;
                     return false;
                 }
-                x.offset = fromBytes<MQ_AVIIBPINDEX_ENTRY>(entries + std::uint64_t(r) * entrySize).qwOffset + 8;
+                const unsigned char* stored = entries + std::uint64_t(r) * entrySize;
+                x.offset = offsetFrom(fromBytes<MQ_AVIIBPINDEX_ENTRY>(stored).qwOffset, 8);
             }
             x.realLocation = r;
             x.displayNumber = d;

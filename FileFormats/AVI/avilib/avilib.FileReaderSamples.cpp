@@ -2,6 +2,7 @@
 // sector-aligned read per run, audio blocks through a one-chunk cache,
 // key frames, GOPs and presentation order.
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"
@@ -59,6 +60,15 @@ HRESULT FileReader::ReadVideo(unsigned int first, unsigned int count, unsigned c
         // By value: the records are packed.
         std::uint64_t position = e->offset;
         unsigned int size = e->size;
+        // A frame that would end past the largest offset is in no file; its
+        // end must not wrap into a small span.
+        if (position > UINT64_MAX - size) {
+            if (!positions.empty())
+                break;
+            setLastError(Morvane::format(L"Frame[%u] Failed to seek to %llu. ", first,
+                                         static_cast<unsigned long long>(position)));
+            return E_HANDLE_EOF;
+        }
         positions.push_back(position);
         sizes.push_back(size);
         end = std::max(end, position + size);

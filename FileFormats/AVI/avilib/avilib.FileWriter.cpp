@@ -103,6 +103,13 @@ HRESULT FileWriter::create(const std::wstring& path, TrackStructuralData* pTrack
         return E_INVALIDARG;
     }
     for (std::uint16_t i = 0; i < nTracks; ++i) {
+        const AudioTrackInfo& a = pTracks[i].Data.AInfo;
+        // Audio is counted in blocks, and a format without channels is refused by every reader.
+        if (pTracks[i].Type == StreamAudio && (a.channels == 0 || a.blockAlign == 0)) {
+            close();
+            setLastError(L"Cannot create file with an audio track of no channels or no block alignment.");
+            return E_INVALIDARG;
+        }
         if (pTracks[i].Type == StreamAudio)
             m_Trackmapping.push_back(i);
         else if (pTracks[i].Type == StreamTimecode)
@@ -257,7 +264,10 @@ std::uint64_t FileWriter::Header_CreateChunk_avih()
     avih.fcc = ckid::avih;
     avih.cb = sizeof(AVIMAINHEADER) - 8;
     double fps = VideoFramesPerSecond();
-    avih.dwMicroSecPerFrame = fps > 0.0 ? static_cast<std::uint32_t>(1000000.0 / fps) : 0;
+    // A rate of a frame every hour and more still fits: clamp, never convert out of range.
+    double microSeconds = fps > 0.0 ? 1000000.0 / fps : 0.0;
+    avih.dwMicroSecPerFrame =
+        microSeconds >= 4294967295.0 ? 0xFFFFFFFFu : static_cast<std::uint32_t>(microSeconds);
     avih.dwMaxBytesPerSec = 0;
     avih.dwPaddingGranularity = sectorSize();
     avih.dwFlags = m_Trackmapping.size() > 1 ? kAvihFlagsInterleaved : kAvihFlagsOneStream;

@@ -286,7 +286,9 @@ std::uint64_t CStrl::CreateChunk_strf()
         bih.biBitCount = static_cast<std::uint16_t>(v.bitCount);
         bih.biCompression = static_cast<std::uint32_t>(v.fourcc);
         bih.biSizeImage = 0;
-        const std::uint64_t total = sizeof(ck) + sizeof(bih) + cbExtra;
+        // An odd codec block gets the RIFF pad byte, or every later chunk would be misplaced.
+        const std::uint64_t pad = cbExtra & 1;
+        const std::uint64_t total = sizeof(ck) + sizeof(bih) + cbExtra + pad;
         Morvane::CByteBuffer& header = m_pParent->m_HeaderBuffer;
         if (total > header.getCapacity() - header.getUsed())
             return 0;
@@ -294,6 +296,10 @@ std::uint64_t CStrl::CreateChunk_strf()
         AppendToHeader(&bih, sizeof(bih));
         if (cbExtra)
             AppendToHeader(m_Data.pExtraData, cbExtra);
+        if (pad) {
+            const unsigned char zero = 0;
+            AppendToHeader(&zero, 1);
+        }
         m_cbOffset_STRF_SizeImage = static_cast<std::uint32_t>(start + 8 + offsetof(BITMAPINFOHEADER, biSizeImage));
         return total;
     }

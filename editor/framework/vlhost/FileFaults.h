@@ -1,4 +1,5 @@
 #pragma once
+#include <cerrno>
 #include <cstdint>
 #include <string>
 
@@ -17,6 +18,19 @@ struct FileFaults
     std::int64_t maxBytesPerWriteCall = 0;
     // Reads that touch this file offset or anything past it fail with EIO.
     std::int64_t readFailFromOffset = -1;
+    // The write call with this number (1 for the first) fails with
+    // failWriteErrno after storing failWriteStores of its bytes (clipped to
+    // the call's length); 0 for none.
+    std::int64_t failWriteCall = 0;
+    int failWriteErrno = EIO;
+    std::int64_t failWriteStores = 0;
+    // From the write call with this number on, the disk is full: bytes within
+    // the file's size at that moment are still overwritten, any byte that
+    // would grow it fails with ENOSPC; 0 for never.
+    std::int64_t diskFullFromWriteCall = 0;
+    // Sector size the drive description reports for this path; 0 for the
+    // real device's.
+    std::uint32_t sectorSize = 0;
 };
 
 // Faults for every later open of exactly this path.

@@ -1,0 +1,124 @@
+#include "avi/AllocationWatch.h"
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+namespace {
+
+std::atomic<int> g_watches{0};
+std::atomic<std::size_t> g_largest{0};
+
+void note(std::size_t n)
+{
+    if (g_watches.load(std::memory_order_relaxed) == 0)
+        return;
+    std::size_t seen = g_largest.load(std::memory_order_relaxed);
+    while (n > seen && !g_largest.compare_exchange_weak(seen, n, std::memory_order_relaxed)) {
+    }
+}
+
+void* allocate(std::size_t n, std::size_t align)
+{
+    note(n);
+    if (n == 0)
+        n = 1;
+    void* p = nullptr;
+    if (align <= alignof(std::max_align_t))
+        p = std::malloc(n);
+    else if (::posix_memalign(&p, align, n) != 0)
+        p = nullptr;
+    return p;
+}
+
+} // namespace
+
+namespace avitest {
+
+AllocationWatch::AllocationWatch()
+{
+    g_largest = 0;
+    ++g_watches;
+}
+
+AllocationWatch::~AllocationWatch()
+{
+    --g_watches;
+}
+
+std::size_t AllocationWatch::largest() const
+{
+    return g_largest.load();
+}
+
+} // namespace avitest
+
+// Every form of operator new goes through allocate; every delete to free.
+void* operator new(std::size_t n)
+{
+    if (void* p = allocate(n, 0))
+        return p;
+    throw std::bad_alloc();
+}
+void* operator new[](std::size_t n)
+{
+    return operator new(n);
+}
+void* operator new(std::size_t n, const std::nothrow_t&) noexcept
+{
+    return allocate(n, 0);
+}
+void* operator new[](std::size_t n, const std::nothrow_t&) noexcept
+{
+    return allocate(n, 0);
+}
+void* operator new(std::size_t n, std::align_val_t a)
+{
+    if (void* p = allocate(n, static_cast<std::size_t>(a)))
+        return p;
+    throw std::bad_alloc();
+}
+void* operator new[](std::size_t n, std::align_val_t a)
+{
+    return operator new(n, a);
+}
+void* operator new(std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept
+{
+    return allocate(n, static_cast<std::size_t>(a));
+}
+void* operator new[](std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept
+{
+    return allocate(n, static_cast<std::size_t>(a));
+}
+void operator delete(void* p) noexcept
+{
+    std::free(p);
+}
+void operator delete[](void* p) noexcept
+{
+    std::free(p);
+}
+void operator delete(void* p, std::size_t) noexcept
+{
+    std::free(p);
+}
+void operator delete[](void* p, std::size_t) noexcept
+{
+    std::free(p);
+}
+void operator delete(void* p, std::align_val_t) noexcept
+{
+    std::free(p);
+}
+void operator delete[](void* p, std::align_val_t) noexcept
+{
+    std::free(p);
+}
+void operator delete(void* p, std::size_t, std::align_val_t) noexcept
+{
+    std::free(p);
+}
+void operator delete[](void* p, std::size_t, std::align_val_t) noexcept
+{
+    std::free(p);
+}
