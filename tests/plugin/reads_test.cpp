@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "common/TempDir.h"
+#include "host/TimedTaskManager.h"
 #include "plugin/avi_files.h"
 #include "plugin/plugin_support.h"
 
@@ -82,6 +83,36 @@ TEST_F(Reads, LongGopGroupIsOneRecordAndOneBlockInDecodeOrder)
     Bytes three = frameData(3, frameSize(3));
     ASSERT_EQ(single->getResult()->size(), three.size());
     EXPECT_TRUE(std::equal(three.begin(), three.end(), single->getResult()->bytes()));
+}
+
+// The editor's profiler times every video request under one key.
+class CountingTask final : public TimedTask
+{
+public:
+    void start(const char* label) override
+    {
+        ++starts;
+        lastLabel = label;
+    }
+    void stop() override { ++stops; }
+    int starts = 0;
+    int stops = 0;
+    std::string lastLabel;
+};
+
+TEST_F(Reads, VideoRequestsAreTimed)
+{
+    Vl::Ptr<CountingTask> task(new CountingTask);
+    TimedTaskManager::registerTimedTask("VlResources/VlFileReader", Vl::Ptr<TimedTask>(task.get()));
+    Vl::Ptr<FileReadInstance> f = reader_->openFile(VlWString(wide(dataPath("dv_pal.avi"))),
+                                                   FileReadInstance::eOpenForPlayback);
+    ASSERT_TRUE(f);
+    EXPECT_EQ(read(f, 0, false, false)->getStatus(), RequestStatus::eCompleted);
+    EXPECT_EQ(read(f, 99, false, false)->getStatus(), RequestStatus::eFailed);
+    TimedTaskManager::unregisterTimedTask("VlResources/VlFileReader");
+    EXPECT_EQ(task->starts, 2);
+    EXPECT_EQ(task->stops, 2);
+    EXPECT_EQ(task->lastLabel, "readVideo");
 }
 
 TEST_F(Reads, IntraOnlyFilesBuildNoRecords)
