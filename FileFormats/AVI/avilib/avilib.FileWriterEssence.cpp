@@ -51,9 +51,18 @@ HRESULT FileWriter::WriteSamples(TrackData* pTrackData, short nTrackData)
             return E_OUTOFMEMORY;
     }
 
+    // A failing disk write deep in the RIFF change leaves no text of its own.
+    auto newRiff = [this] {
+        setLastError(L"");
+        HRESULT result = CreateNewRIFFChunk();
+        if (FAILED(result) && getLastError().empty())
+            setLastError(Morvane::format(L"Failed to start a new RIFF chunk, error 0x%08X.",
+                                         static_cast<unsigned>(result)));
+        return result;
+    };
     HRESULT hr;
     if (video.m_dwSamplesInChunk == 0) {
-        hr = CreateNewRIFFChunk();
+        hr = newRiff();
         if (FAILED(hr))
             return hr;
     } else {
@@ -68,7 +77,7 @@ HRESULT FileWriter::WriteSamples(TrackData* pTrackData, short nTrackData)
                                                     static_cast<int>(pTrackData[0].dwFrameType));
                 (void)text;
             } else {
-                hr = CreateNewRIFFChunk();
+                hr = newRiff();
                 if (FAILED(hr))
                     return hr;
             }

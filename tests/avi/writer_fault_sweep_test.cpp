@@ -1,0 +1,233 @@
+// Every write of a small two-RIFF file made to fail in turn: as a disk that
+// fills up (overwrites still succeed, growth fails with ENOSPC), as a
+// failing drive (EIO) and as a short write. The writer must report the
+// failure with a code and a text, and the file left behind must be refused
+// cleanly or read back every frame whose write completed, byte for byte.
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <set>
+
+#include "FileFormats/AVI/avilib/avilib.FileReader.h"
+#include "FileFormats/AVI/avilib/avilib.MediaType.h"
+#include "common/AssertCapture.h"
+#include "common/TempDir.h"
+#include "util/stringUtils.h"
+#include "vlhost/FileFaults.h"
+#include "writer_support.h"
+
+using namespace writertest;
+using Morvane::convertString;
+
+namespace {
+
+// Past the IBP index's 2666 entries the writer opens an AVIX.
+constexpr std::uint32_t kFrames = 2700;
+constexpr std::uint32_t kVideoBytes = 100;
+constexpr std::uint32_t kAudioBytes = 4;
+
+// A long-GOP MPEG-2 track (so the small IBP index limit applies) given
+// intra frames only.
+struct Tracks
+{
+    std::vector<unsigned char> extra = std::vector<unsigned char>(212, 0);
+    std::vector<TrackStructuralData> tracks;
+
+    Tracks()
+    {
+        const std::uint32_t mediaTypeAt = sizeof(EXBMINFOHEADER);
+        std::memcpy(extra.data(), &mediaTypeAt, 4);
+        SERIALIZED_MEDIA_TYPE mt = {};
+        mt.majortype = MEDIATYPE_Video;
+        mt.subtype = MEDIASUBTYPE_MPEG2_VIDEO;
+        mt.bTemporalCompression = 1;
+        mt.formattype = FORMAT_MPEG2_VIDEO;
+        mt.cbFormat = sizeof(MPEG2VIDEOINFO);
+        std::memcpy(extra.data() + 4, &mt, sizeof mt);
+        TrackStructuralData v = videoTrack("MMES", 720, 576, 25, 1);
+        v.pExtraData = extra.data();
+        v.cbExtra = 212;
+        v.Data.VInfo.gopLength = 12;
+        TrackStructuralData a = audioTrack(1, 100);
+        a.Data.AInfo.blockAlign = 4;
+        tracks = {v, a};
+    }
+};
+
+struct Take
+{
+    std::uint32_t framesWritten = 0; // WriteSamples calls that succeeded
+    HRESULT failure = S_OK;          // of the first failing call
+    std::string text;                // its last error
+};
+
+Take write(const std::wstring& path)
+{
+    Tracks t;
+    Take take;
+    FileWriter w;
+    testutil::captureStdout([&] {
+        HRESULT hr = w.create(path, t.tracks.data(), 2);
+        if (FAILED(hr)) {
+            take.failure = hr;
+            take.text = convertString(w.getLastError());
+            return;
+        }
+        for (std::uint32_t f = 0; f < kFrames; ++f) {
+            std::vector<unsigned char> v = payload(0, f, kVideoBytes), a = payload(1, f, kAudioBytes);
+            TrackData td[2] = {{v.data(), kVideoBytes, kDisplayNumberNotGiven, 4, 0},
+                               {a.data(), kAudioBytes, kDisplayNumberNotGiven, 4, 0}};
+            hr = w.WriteSamples(td, 2);
+            if (FAILED(hr)) {
+                take.failure = hr;
+                take.text = convertString(w.getLastError());
+                break;
+            }
+            ++take.framesWritten;
+        }
+        w.close();
+    });
+    return take;
+}
+
+std::vector<unsigned char> bytesOfFile(const std::wstring& path)
+{
+    std::ifstream in(convertString(path), std::ios::binary);
+    return std::vector<unsigned char>(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+// The file is refused with a text, or every frame read gives its own bytes
+// and every completed frame is there. Returns the frames that read back.
+std::uint32_t checkFile(const std::wstring& path, std::uint32_t completed)
+{
+    Morvane::Avi::FileReader r;
+    std::uint32_t good = 0;
+    testutil::captureStdout([&] {
+        HRESULT hr = r.load(path);
+        if (FAILED(hr) || FAILED(hr = r.essenceOpen(0))) {
+            EXPECT_FALSE(r.getLastError().empty()) << std::hex << hr;
+            return;
+        }
+        std::vector<unsigned char> buf(8192);
+        const std::uint32_t length = r.get_Length(0);
+        for (std::uint32_t f = 0; f < std::max(length, completed); ++f) {
+            unsigned offset = 0, size = 0;
+            if (FAILED(r.ReadVideo(f, buf.data(), static_cast<unsigned>(buf.size()), &offset, &size)))
+                continue;
+            std::vector<unsigned char> want = payload(0, f, kVideoBytes);
+            ASSERT_TRUE(size == kVideoBytes && std::equal(want.begin(), want.end(), buf.begin() + offset))
+                << "frame " << f << " reads other bytes";
+            ++good;
+        }
+        if (SUCCEEDED(r.essenceOpen(1))) {
+            std::uint32_t samples = r.get_Length(1);
+            std::vector<unsigned char> audio(std::size_t(samples) * kAudioBytes + 4);
+            unsigned offset = 0, bytes = 0;
+            if (samples && SUCCEEDED(r.ReadAudio(0, samples, audio.data(), static_cast<unsigned>(audio.size()),
+                                                 &offset, &bytes)))
+                for (std::uint32_t f = 0; f < bytes / kAudioBytes; ++f) {
+                    std::vector<unsigned char> want = payload(1, f, kAudioBytes);
+                    ASSERT_TRUE(std::equal(want.begin(), want.end(), audio.begin() + std::size_t(f) * kAudioBytes))
+                        << "audio of frame " << f;
+                }
+        }
+    });
+    return good;
+}
+
+struct Mode
+{
+    const char* name;
+    vlhost::FileFaults (*faults)(std::int64_t k);
+    int error; // errno of the failing WriteSamples
+};
+
+const Mode kModes[] = {
+    {"disk full",
+     [](std::int64_t k) {
+         vlhost::FileFaults f;
+         f.diskFullFromWriteCall = k;
+         return f;
+     },
+     ENOSPC},
+    {"failing drive",
+     [](std::int64_t k) {
+         vlhost::FileFaults f;
+         f.failWriteCall = k;
+         f.failWriteErrno = EIO;
+         return f;
+     },
+     EIO},
+    {"short write",
+     [](std::int64_t k) {
+         vlhost::FileFaults f;
+         f.failWriteCall = k;
+         f.failWriteErrno = EIO;
+         f.failWriteStores = 256;
+         return f;
+     },
+     EIO},
+};
+
+TEST(WriterFaultSweep, EveryWriteFailsInTurn)
+{
+    testutil::TempDir dir;
+    const std::wstring reference = dir.file("reference.avi");
+    Take clean = write(reference);
+    ASSERT_EQ(clean.failure, S_OK) << clean.text;
+    const std::vector<unsigned char> referenceBytes = bytesOfFile(reference);
+    ASSERT_EQ(checkFile(reference, kFrames), kFrames);
+
+    const std::wstring path = dir.file("faulty.avi");
+    // The number of write calls: the first k whose fault changes nothing.
+    auto unchanged = [&](std::int64_t k) {
+        vlhost::setFileFaults(path, kModes[1].faults(k));
+        Take take = write(path);
+        vlhost::clearFileFaults();
+        return take.failure == S_OK && bytesOfFile(path) == referenceBytes;
+    };
+    std::int64_t lo = 1, hi = 1;
+    while (!unchanged(hi))
+        lo = hi, hi *= 2;
+    while (lo + 1 < hi) {
+        std::int64_t mid = (lo + hi) / 2;
+        (unchanged(mid) ? hi : lo) = mid;
+    }
+    const std::int64_t calls = hi - 1;
+    ASSERT_GT(calls, std::int64_t(kFrames));
+
+    // Every k with VELLORO_FULL_SWEEP=1; otherwise the first and last 48
+    // calls, those around the second RIFF and every 53rd in between.
+    const bool full = std::getenv("VELLORO_FULL_SWEEP") != nullptr;
+    std::set<std::int64_t> ks;
+    for (std::int64_t k = 1; k <= calls; ++k)
+        if (full || k <= 48 || k > calls - 48 || k % 53 == 0 || (k > 2640 && k < 2700))
+            ks.insert(k);
+
+    for (const Mode& mode : kModes) {
+        for (std::int64_t k : ks) {
+            SCOPED_TRACE(std::string(mode.name) + ", write call " + std::to_string(k));
+            vlhost::setFileFaults(path, mode.faults(k));
+            Take take = write(path);
+            vlhost::clearFileFaults();
+            if (take.failure != S_OK) {
+                errno = mode.error;
+                EXPECT_EQ(take.failure, HRFromLastError()) << take.text;
+                EXPECT_FALSE(take.text.empty()) << std::hex << take.failure;
+            }
+            std::uint32_t good = checkFile(path, take.framesWritten);
+            if (HasFatalFailure())
+                return;
+            // A file that opens gives every frame whose write completed,
+            // unless the failure hit the index or header writes of close.
+            if (good > 0 && take.failure != S_OK) {
+                EXPECT_GE(good, take.framesWritten);
+            }
+        }
+    }
+}
+
+} // namespace
