@@ -8,7 +8,8 @@
 #include <fstream>
 
 #if defined(__SANITIZE_ADDRESS__)
-#include <sanitizer/allocator_interface.h>
+// The sanitizer's own count, since it replaces malloc; gcc ships no header for it.
+extern "C" std::size_t __sanitizer_get_current_allocated_bytes();
 #endif
 
 #include "common/TempDir.h"

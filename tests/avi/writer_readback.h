@@ -153,10 +153,13 @@ inline void checkVideo(FileReader& r, const Written& w, std::uint32_t k, const R
     for (std::uint32_t f = 0; f < n; ++f) {
         IndexEntry* e = nullptr;
         ASSERT_EQ(r.get_IndexEntry(f, &e), S_OK) << "frame " << f;
+        // By value: the records are packed.
+        const std::uint16_t gotType = e->frameType;
+        const std::uint32_t gotDisplay = e->displayNumber;
         const std::uint16_t type = s.ibp ? readerType(s.frameTypes[f]) : kFrameTypeKey;
-        EXPECT_EQ(e->frameType, type) << "frame " << f;
+        EXPECT_EQ(gotType, type) << "frame " << f;
         if (s.ibp && s.displayNumbers[f] != kDisplayNumberNotGiven) {
-            EXPECT_EQ(e->displayNumber, s.displayNumbers[f]) << "frame " << f;
+            EXPECT_EQ(gotDisplay, s.displayNumbers[f]) << "frame " << f;
         }
         if (type == kFrameTypeKey)
             keys.push_back(f);
