@@ -43,10 +43,10 @@ struct FrameSpec
 
 // Writes one frame: video of 100 bytes plus, when present, a 4-byte audio
 // chunk; `written` records what went in.
-HRESULT writeFrame(FileWriter& w, std::size_t nTracks, std::uint32_t f, FrameSpec spec, Written& written)
+HRESULT writeFrame(FileWriter& w, std::size_t nTracks, std::uint32_t f, FrameSpec kind, Written& written)
 {
     std::vector<unsigned char> v = payload(0, f, 100), a = payload(1, f, 4);
-    TrackData td[2] = {{v.data(), 100, spec.display, spec.type, 0}, {a.data(), 4, kDisplayNumberNotGiven, 4, 0}};
+    TrackData td[2] = {{v.data(), 100, kind.display, kind.type, 0}, {a.data(), 4, kDisplayNumberNotGiven, 4, 0}};
     HRESULT hr = w.WriteSamples(td, static_cast<short>(nTracks));
     if (SUCCEEDED(hr))
         written.add(td);
@@ -91,21 +91,21 @@ TEST(WriterRollover, IndexLimitOpensAnAvixOnIntraFramesOnly)
         Written written;
         written.start(w, tracks);
         std::uint32_t f = 0;
-        auto spec = [&](std::uint32_t frame) { return c.longGop ? longGopFrame(frame) : FrameSpec{4, frame}; };
+        auto kind = [&](std::uint32_t frame) { return c.longGop ? longGopFrame(frame) : FrameSpec{4, frame}; };
         for (; f + 1 < c.opensAt; ++f)
-            ASSERT_EQ(writeFrame(w, 2, f, spec(f), written), S_OK);
+            ASSERT_EQ(writeFrame(w, 2, f, kind(f), written), S_OK);
         EXPECT_EQ(w.get_RiffChunkIndex(), 0u);
         for (std::uint32_t p = 0; p < c.predictedFrames; ++p, ++f) {
             ASSERT_EQ(writeFrame(w, 2, f, {16, f}, written), S_OK);
             EXPECT_EQ(w.get_RiffChunkIndex(), 0u) << "a predicted frame opened a RIFF";
         }
-        ASSERT_EQ(spec(f).type, 4u);
-        ASSERT_EQ(writeFrame(w, 2, f, spec(f), written), S_OK);
+        ASSERT_EQ(kind(f).type, 4u);
+        ASSERT_EQ(writeFrame(w, 2, f, kind(f), written), S_OK);
         ++f;
         EXPECT_EQ(w.get_RiffChunkIndex(), 1u);
         EXPECT_EQ(w.get_Stream(0)->get_SamplesInChunk(), 1u);
         for (std::uint32_t more = c.longGop ? 9 : 0; more > 0; --more, ++f)
-            ASSERT_EQ(writeFrame(w, 2, f, spec(f), written), S_OK);
+            ASSERT_EQ(writeFrame(w, 2, f, kind(f), written), S_OK);
         w.close();
         expectReadsBack(path, written);
 
@@ -172,8 +172,8 @@ TEST(WriterIbpIndex, RealLocationsFollowPresentationOrder)
     // Two GOPs stored as I0 P3 B1 B2.
     const FrameSpec frames[] = {{4, 0}, {16, 3}, {8, 1}, {8, 2}, {4, 4}, {16, 7}, {8, 5}, {8, 6}};
     std::uint32_t f = 0;
-    for (FrameSpec spec : frames)
-        ASSERT_EQ(writeFrame(w, 1, f++, spec, written), S_OK);
+    for (FrameSpec kind : frames)
+        ASSERT_EQ(writeFrame(w, 1, f++, kind, written), S_OK);
     EXPECT_EQ(w.get_Stream(0)->get_ApproxGopLen(), 4u);
     w.close();
     expectReadsBack(path, written);
