@@ -30,8 +30,10 @@ struct Entry
 
 // One video stream, frames in "00dc" chunks, one ix00 per chunk list entry,
 // an indx naming them; no idx1.
+// Frame-type entries give the chunk header's position (as our writer
+// writes them) unless ibpDataPositions asks for the data's.
 Bytes buildOdml(std::uint8_t subType, const std::vector<std::vector<Entry>>& chunks, bool longGop,
-                std::uint8_t ixSubType = 0xFF, std::uint8_t ixType = AVI_INDEX_OF_CHUNKS)
+                std::uint8_t ixSubType = 0xFF, std::uint8_t ixType = AVI_INDEX_OF_CHUNKS, bool ibpDataPositions = false)
 {
     if (ixSubType == 0xFF)
         ixSubType = subType;
@@ -91,8 +93,8 @@ Bytes buildOdml(std::uint8_t subType, const std::vector<std::vector<Entry>>& chu
             const Entry& e = chunks[c][i];
             std::uint32_t sizeWord = e.sizeWord ? e.sizeWord : e.size;
             if (ixSubType == AVI_INDEX_IBP) {
-                // A frame-type entry holds the chunk header's absolute position.
-                b.put(MQ_AVIIBPINDEX_ENTRY{data[c][i] - 8, sizeWord | e.type << 29, e.display, e.real, 0});
+                std::uint64_t position = ibpDataPositions ? data[c][i] : data[c][i] - 8;
+                b.put(MQ_AVIIBPINDEX_ENTRY{position, sizeWord | e.type << 29, e.display, e.real, 0});
             } else if (ixSubType == AVI_INDEX_2FIELD) {
                 b.put(AVIFIELDINDEX_ENTRY{static_cast<std::uint32_t>(data[c][i] - movi), sizeWord, 0});
             } else {
@@ -206,6 +208,25 @@ TEST_F(OdmlFile, FrameTypeIndexGivesGopsAndPresentationOrder)
     ASSERT_EQ(r.ReadVideo(3, buf.data(), buf.size(), &offset, &size), S_OK);
     EXPECT_EQ(buf[offset], 2); // place 3 shows stored frame 1
     EXPECT_TRUE(r.set_TemporalReordering(true));
+}
+
+TEST_F(OdmlFile, FrameTypeEntriesGiveTheHeaderOrTheDataPosition)
+{
+    for (bool dataPositions : {false, true}) {
+        FileReader r;
+        ASSERT_EQ(r.load(convertString(write(
+                      buildOdml(AVI_INDEX_IBP, {longGopEntries()}, true, 0xFF, AVI_INDEX_OF_CHUNKS, dataPositions)))),
+                  S_OK);
+        ASSERT_EQ(r.essenceOpen(0), S_OK);
+        std::vector<unsigned char> buf(4096);
+        for (unsigned k : {0u, 1u, 7u, 12u}) {
+            unsigned offset = 0, size = 0;
+            ASSERT_EQ(r.ReadVideo(k, buf.data(), buf.size(), &offset, &size), S_OK) << k;
+            ASSERT_EQ(size, 200u);
+            EXPECT_EQ(buf[offset], k + 1) << "data positions " << dataPositions << ", frame " << k;
+            EXPECT_EQ(buf[offset + size - 1], k + 1) << "data positions " << dataPositions << ", frame " << k;
+        }
+    }
 }
 
 TEST_F(OdmlFile, LongestGopIsTheLargestKeyFrameDistance)

@@ -89,6 +89,7 @@ public:
     bool ParseINDX();
     bool LoadIDX1(int stream);
     bool LoadINDX(int stream, unsigned int sample);
+    std::uint32_t ibpHeaderSkip(const MQ_AVIIBPINDEX_ENTRY& first, std::uint32_t chunkId);
     bool ensureSampleInRam(unsigned int sample);
     IndexEntry* getIndexEntryV(unsigned int sample);
     IndexEntry* getIndexEntryA(unsigned int sample, unsigned int& samplesLeft, unsigned int& entryStart);

@@ -169,6 +169,28 @@ bool FileReader::LoadIDX1(int stream)
     return true;
 }
 
+std::uint32_t FileReader::ibpHeaderSkip(const MQ_AVIIBPINDEX_ENTRY& first, std::uint32_t chunkId)
+{
+    // Our writer puts the frame chunk's header position in a frame-type
+    // entry, other writers the data position. The first entry tells which:
+    // a header there names the stream's chunk id and the entry's size.
+    std::uint64_t fileSize = getSize();
+    if (first.qwOffset >= fileSize || fileSize - first.qwOffset < sizeof(RIFFCHUNK))
+        return 0;
+    unsigned int capacity = 2 * getSectorSize() + sizeof(RIFFCHUNK);
+    CByteBuffer buf;
+    if (!buf.alloc(capacity) || FAILED(seek(static_cast<unsigned long>(first.qwOffset), 0)))
+        return 0;
+    unsigned int actual = 0;
+    unsigned int offset = 0;
+    if (FAILED(read(buf.getBuffer(0), capacity, sizeof(RIFFCHUNK), actual, offset)) || actual < offset ||
+        actual - offset < sizeof(RIFFCHUNK))
+        return 0;
+    RIFFCHUNK chunk = fromBytes<RIFFCHUNK>(buf.getBuffer(0) + offset);
+    bool isHeader = chunk.fcc == chunkId && chunk.cb == (first.dwSizeAndType & MQ_IBP_SIZEMASK);
+    return isHeader ? sizeof(RIFFCHUNK) : 0;
+}
+
 bool FileReader::LoadINDX(int stream, unsigned int sample)
 {
     if (!ValidStream(stream) || m_pAviStreams[stream].m_SuperIndex.empty()) {
@@ -254,6 +276,10 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
     std::uint32_t count = head.nEntriesInUse;
     m_nIndexCount = count;
 
+    std::uint32_t headerSkip = 0;
+    if (head.bIndexSubType == AVI_INDEX_IBP && count > 0)
+        headerSkip = ibpHeaderSkip(fromBytes<MQ_AVIIBPINDEX_ENTRY>(entries), head.dwChunkId);
+
     std::uint32_t lastKey = 0;
     for (std::uint32_t i = 0; i < count; ++i) {
         IndexEntry& x = m_pIndex[i];
@@ -294,10 +320,8 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
             MQ_AVIIBPINDEX_ENTRY ie = fromBytes<MQ_AVIIBPINDEX_ENTRY>(e);
             std::uint32_t d = ie.dwDisplay;
             std::uint32_t r = ie.dwRealLocation;
-            // A frame-type entry gives the chunk header's position: the
-            // frame's bytes follow the 8-byte header.
             if (!m_bTemporalReordering || d == i) {
-                x.offset = offsetFrom(ie.qwOffset, 8);
+                x.offset = offsetFrom(ie.qwOffset, headerSkip);
             } else {
                 if (r >= count) {
                     MORVANE_ASSERT(FALSE);
@@ -305,7 +329,7 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
                     return false;
                 }
                 const unsigned char* stored = entries + std::uint64_t(r) * entrySize;
-                x.offset = offsetFrom(fromBytes<MQ_AVIIBPINDEX_ENTRY>(stored).qwOffset, 8);
+                x.offset = offsetFrom(fromBytes<MQ_AVIIBPINDEX_ENTRY>(stored).qwOffset, headerSkip);
             }
             x.realLocation = r;
             x.displayNumber = d;
