@@ -167,7 +167,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
             } else if (tracks[k].Type == StreamAudio) {
                 std::uint32_t align = std::max<std::uint32_t>(tracks[k].Data.AInfo.blockAlign, 1);
                 // The reader refuses an empty chunk in a standard index on purpose, audio too.
-                n = std::min<std::uint32_t>(std::max<std::uint32_t>(in.get<std::uint8_t>(), 1) * align, 0x20000);
+                std::uint32_t blocks = std::max<std::uint32_t>(in.get<std::uint8_t>(), 1);
+                n = std::min(blocks, std::max<std::uint32_t>(0x20000 / align, 1)) * align;
             }
             bytes[k] = bytesFor(k, f, n);
             td[k] = {bytes[k].data(), n, kDisplayNumberNotGiven, 4, 0};
