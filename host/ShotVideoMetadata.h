@@ -64,6 +64,9 @@ public:
     void setVideoTrackCount(std::uint32_t n) { videoTrackCount_ = n; }
     std::uint32_t valid() const { return valid_; }
     void setValid(std::uint32_t v) { valid_ = v; }
+    // The raster of the editor's video format uid, in data format fcc with
+    // bits per component; false (and nothing changed) for an unknown uid.
+    bool setFromVideoFormat(std::uint32_t uid, std::uint32_t fcc, std::uint32_t bits);
 
     // Bytes of a first frame that some decoders need before they start.
     const Vl::Ptr<iMemHolder>& sampleFrame() const { return sampleFrame_; }
