@@ -223,6 +223,12 @@ TEST(ReaderAudio, PiecewiseReadsEqualOneRead)
     EXPECT_EQ(r.ReadAudio(0, 10, pieces.data(), 39, nullptr, nullptr), E_BUFFER_TOO_SMALL);
     EXPECT_EQ(Morvane::convertString(r.getLastError()), "Buffer too small");
     EXPECT_EQ(r.ReadAudio(total, 1, pieces.data(), 4, nullptr, nullptr), E_HANDLE_EOF);
+    // Past the end: the samples that exist arrive with the end-of-file code.
+    unsigned got = 0;
+    std::vector<unsigned char> tail(400);
+    EXPECT_EQ(r.ReadAudio(total - 30, 100, tail.data(), tail.size(), nullptr, &got), E_HANDLE_EOF);
+    EXPECT_EQ(got, 30u * 4);
+    EXPECT_TRUE(std::equal(tail.begin(), tail.begin() + got, whole.end() - got));
     std::vector<unsigned> o, s;
     EXPECT_EQ(r.essenceRead(0, 1, pieces.data(), 4, o, s), E_NOTIMPL);
     EXPECT_EQ(Morvane::convertString(r.getLastError()).rfind("Failed to read non video data. ", 0), 0u);

@@ -1,4 +1,5 @@
 #pragma once
+#include <cstdlib>
 #include <filesystem>
 #include <string>
 
@@ -22,7 +23,7 @@ public:
     {
         std::error_code ec;
         if (!path_.empty())
-            std::filesystem::remove_all(path_, ec);
+            if (!std::getenv("VELLORO_KEEP_TEMP")) std::filesystem::remove_all(path_, ec);
     }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;

@@ -196,14 +196,17 @@ HRESULT FileReader::ReadAudio(unsigned int first, unsigned int count, unsigned c
     while (done < count) {
         hr = CacheAudioData(next);
         if (FAILED(hr))
-            return hr;
+            break;
         // A chunk read short holds nothing at next: stop rather than spin.
         if (!cached()) {
             setLastError(L"Failed to read audio data.");
-            return E_HANDLE_EOF;
+            hr = E_HANDLE_EOF;
+            break;
         }
         copyFromCache(count - done);
     }
+    // What was copied before a failure counts too: a read that runs past
+    // the end of the stream still hands over the samples that exist.
     if (offset)
         *offset = 0;
     if (bytes)

@@ -49,6 +49,9 @@ HRESULT FileWriter::WriteSamples(TrackData* pTrackData, short nTrackData)
     if (m_EssenceBuffer.getCapacity() < estimate) {
         if (!m_EssenceBuffer.alloc(2 * estimate))
             return E_OUTOFMEMORY;
+        // JUNK bodies are not cleared per frame; clearing the block once
+        // keeps stray process memory out of the file.
+        m_EssenceBuffer.flush(0);
     }
 
     // A failing disk write deep in the RIFF change leaves no text of its own.
