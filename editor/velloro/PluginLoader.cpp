@@ -82,4 +82,17 @@ Vl::FileReaderResource* PluginLoader::findReader(const char* name) const
     return nullptr;
 }
 
+Vl::FileWriterResource* PluginLoader::findWriter(const char* name) const
+{
+    if (!plugin_)
+        return nullptr;
+    for (VlComponentBase* component : plugin_->components()) {
+        if (component->name() != name)
+            continue;
+        if (auto* writer = dynamic_cast<Vl::FileWriterResource*>(component))
+            return writer;
+    }
+    return nullptr;
+}
+
 } // namespace velloro

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "host/FileReaderResource.h"
+#include "host/FileWriterResource.h"
 #include "host/VlPluginBase.h"
 
 namespace velloro {
@@ -28,6 +29,8 @@ public:
     VlPluginBase* plugin() const { return plugin_; }
     // The registered reader component of that name, or null.
     Vl::FileReaderResource* findReader(const char* name) const;
+    // The registered writer component of that name, or null.
+    Vl::FileWriterResource* findWriter(const char* name) const;
 
 private:
     void* handle_ = nullptr;

@@ -1,0 +1,525 @@
+#include "PluginWrite.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <vector>
+
+#include "PluginLoader.h"
+#include "PluginRead.h"
+#include "Progress.h"
+#include "Synth.h"
+#include "host/ByteBufferImpl.h"
+#include "host/EncoderInfo.h"
+#include "host/FileInfoBase.h"
+#include "host/FrameRates.h"
+#include "host/VlDynamicCast.h"
+#include "util/fourcc.h"
+#include "util/stringUtils.h"
+#include "vlhost/HostStats.h"
+
+namespace velloro {
+
+namespace {
+
+using Morvane::makeFourCC;
+
+constexpr unsigned kVideoWindow = 8;
+
+std::string fourccText(std::uint32_t v)
+{
+    std::string s;
+    for (int i = 0; i < 4; ++i) {
+        char c = static_cast<char>((v >> (8 * i)) & 0xFF);
+        s += (c >= 0x20 && c < 0x7F) ? c : '.';
+    }
+    return s;
+}
+
+bool exists(const std::wstring& path)
+{
+    struct stat st;
+    return ::stat(vlhost::toSystemPath(path).c_str(), &st) == 0;
+}
+
+// The last thing the plug-in logged, or the host code.
+std::string loggedReason(int code)
+{
+    for (int log : {1, 0}) {
+        std::vector<std::string> lines = vlhost::logLines(log);
+        if (lines.empty())
+            continue;
+        std::string reason = lines.back();
+        while (!reason.empty() && (reason.back() == '\n' || reason.back() == ' '))
+            reason.pop_back();
+        if (!reason.empty())
+            return reason;
+    }
+    return "the editor's error " + std::to_string(code);
+}
+
+// Whether the writer takes the compression of params at its size: offered
+// for the file type, accepted for the picture, or an uncompressed kind it
+// takes as it comes.
+bool writerAccepts(Vl::FileWriterResource& writer, const Vl::FileWriterParams& params)
+{
+    const std::uint32_t fcc = params.videoCompressionInfo_.compression().fcc();
+    if (!VlEncoder::isSupportedSize(params.image_.width, params.image_.height))
+        return false;
+    if (writer.isSupportedFileFormat(params))
+        return true;
+    VectorExt<Compression::SupportedFormatT> offered;
+    writer.getSupportedFileFormats(params.typeName_, offered);
+    for (const Compression::SupportedFormatT& f : offered)
+        if (f.fcc == fcc)
+            return true;
+    return writer.getInputImageFormat(params).dataFormat == fcc;
+}
+
+// One file being written: frames and audio in, and on any failure no file
+// left behind.
+class WriteSession
+{
+public:
+    WriteSession(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, const std::wstring& path)
+        : reader_(reader), writer_(writer), path_(path)
+    {
+    }
+    ~WriteSession()
+    {
+        if (instance_)
+            abandon();
+    }
+    WriteSession(const WriteSession&) = delete;
+    WriteSession& operator=(const WriteSession&) = delete;
+
+    bool open(const Vl::FileWriterParams& params, std::string& error)
+    {
+        existed_ = exists(path_);
+        vlhost::clearLogs();
+        int result = writer_.openFile(VlWString(path_), params, instance_);
+        if (result != 1 || !instance_) {
+            error = "cannot create: " + loggedReason(result);
+            instance_ = nullptr;
+            if (!existed_)
+                std::remove(vlhost::toSystemPath(path_).c_str());
+            return false;
+        }
+        base_ = Vl::dynamicCast<Vl::FileInfoBase>(instance_);
+        if (!base_) {
+            error = "the writer gave no editor file object";
+            abandon();
+            return false;
+        }
+        return true;
+    }
+
+    // Samples per channel due by the end of frame n.
+    std::uint64_t audioDue(std::uint64_t frame) const { return base_->audioSamplesBefore(frame); }
+
+    bool audio(const Aud::StreamBufferList& buffers, std::uint32_t count, std::string& error)
+    {
+        if (writer_.writeAudioSamples(instance_, buffers, count) != 1)
+            return fail("the audio was refused", 0, error);
+        return true;
+    }
+
+    bool frame(const unsigned char* bytes, std::uint32_t size, std::string& error)
+    {
+        Vl::Ptr<ByteBufferImpl> memory(new ByteBufferImpl());
+        // One spare byte: an odd-sized chunk is padded from the byte after it.
+        if (!memory->alloc(size + 1))
+            return fail("out of memory", 0, error);
+        std::memcpy(memory->data(), bytes, size);
+        memory->setUsed(size);
+        Vl::Ptr<FrameBuffer> buffer(new FrameBuffer(nullptr, memory, nullptr));
+        return frame(buffer, error);
+    }
+
+    bool frame(Vl::Ptr<FrameBuffer>& buffer, std::string& error)
+    {
+        int result = instance_->writeSurface(buffer);
+        if (result != 1)
+            return fail("cannot write", result, error);
+        ++frames_;
+        return true;
+    }
+
+    // Writes what is queued, closes the file and reads it back.
+    bool finish(std::string& error)
+    {
+        writer_.setAudioFinished(instance_);
+        writer_.setVideoFinished(instance_);
+        int result = instance_->writeFinish();
+        if (result != 1)
+            return fail("cannot write", result, error);
+        base_ = nullptr;
+        instance_ = nullptr;
+        // The file is closed now; a disk that filled while the indexes were
+        // written shows as a file that does not read back whole.
+        std::string why;
+        Vl::Ptr<FileReadInstance> file = openThrough(reader_, path_, why);
+        if (!file || file->metadata()->video().lengthInFrames() != frames_) {
+            file = nullptr;
+            remove();
+            error = "cannot complete the file" + (why.empty() ? std::string() : ": " + why);
+            return false;
+        }
+        return true;
+    }
+
+private:
+    bool fail(const char* what, int code, std::string& error)
+    {
+        error = std::string(what) + ": " + loggedReason(code);
+        abandon();
+        return false;
+    }
+
+    void abandon()
+    {
+        if (instance_)
+            writer_.cancelAll(instance_);
+        base_ = nullptr;
+        instance_ = nullptr;
+        remove();
+    }
+
+    void remove() { std::remove(vlhost::toSystemPath(path_).c_str()); }
+
+    Vl::FileReaderResource& reader_;
+    Vl::FileWriterResource& writer_;
+    std::wstring path_;
+    bool existed_ = false;
+    Vl::Ptr<FileWriteInstance> instance_;
+    Vl::Ptr<Vl::FileInfoBase> base_;
+    std::uint32_t frames_ = 0;
+};
+
+bool parseUnsigned(const char* text, std::uint32_t& out)
+{
+    char* end = nullptr;
+    errno = 0;
+    unsigned long v = std::strtoul(text, &end, 10);
+    if (!text[0] || *end || errno || v > 0xFFFFFFFFul || text[0] == '-')
+        return false;
+    out = static_cast<std::uint32_t>(v);
+    return true;
+}
+
+bool parsePair(const char* text, char sep, std::uint32_t& a, std::uint32_t& b)
+{
+    const char* at = std::strchr(text, sep);
+    if (!at)
+        return false;
+    std::string first(text, static_cast<std::size_t>(at - text));
+    return parseUnsigned(first.c_str(), a) && parseUnsigned(at + 1, b);
+}
+
+std::uint32_t scanFor(std::uint32_t height)
+{
+    if (height == 1080 || height == 576)
+        return Vl::eUpperFieldFirst;
+    if (height == 480 || height == 486)
+        return Vl::eLowerFieldFirst;
+    return Vl::eProgressive;
+}
+
+} // namespace
+
+bool parseRenderOptions(int argc, char** argv, RenderOptions& o, std::string& error)
+{
+    for (int i = 0; i < argc; ++i) {
+        std::string option = argv[i];
+        if (i + 1 >= argc) {
+            error = "option " + option + " needs a value";
+            return false;
+        }
+        const char* value = argv[++i];
+        bool ok = false;
+        if (option == "--format") {
+            ok = std::strlen(value) == 4;
+            if (ok)
+                o.fcc = std::uint32_t(std::uint8_t(value[0])) | std::uint32_t(std::uint8_t(value[1])) << 8 |
+                        std::uint32_t(std::uint8_t(value[2])) << 16 | std::uint32_t(std::uint8_t(value[3])) << 24;
+        } else if (option == "--size") {
+            ok = parsePair(value, 'x', o.width, o.height);
+        } else if (option == "--rate") {
+            ok = parsePair(value, '/', o.rateNum, o.rateDen) && o.rateNum && o.rateDen;
+        } else if (option == "--seconds") {
+            char* end = nullptr;
+            o.seconds = std::strtod(value, &end);
+            ok = *value && !*end && std::isfinite(o.seconds) && o.seconds > 0 && o.seconds <= 86400;
+        } else if (option == "--audio") {
+            if (std::strcmp(value, "none") == 0) {
+                o.channels = 0;
+                ok = true;
+            } else {
+                ok = parsePair(value, 'x', o.channels, o.sampleRate) && o.channels >= 1 && o.channels <= 16 &&
+                     o.sampleRate >= 8000 && o.sampleRate <= 192000;
+            }
+        } else {
+            error = "unknown option " + option;
+            return false;
+        }
+        if (!ok) {
+            error = "bad value for " + option + ": " + value;
+            return false;
+        }
+    }
+    return true;
+}
+
+bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, const std::wstring& out,
+                const RenderOptions& o, Progress* progress, std::string& error)
+{
+    const std::uint32_t fcc = o.fcc;
+    if (!synthStride(fcc, o.width)) {
+        error = "unsupported format " + fourccText(fcc) + " (render makes UYVY, YUY2, M101, M102 or v210)";
+        return false;
+    }
+    Vl::FrameRate rate = Vl::getEquivalentVlFrameRate(double(o.rateNum) / o.rateDen);
+    if (rate == Vl::eFrameRateNone) {
+        error = "unsupported frame rate " + std::to_string(o.rateNum) + "/" + std::to_string(o.rateDen);
+        return false;
+    }
+    const bool tenBit = fcc == makeFourCC("v210");
+    Vl::FileWriterParams params;
+    params.typeName_ = "AVI";
+    ImageDescription& image = params.image_;
+    image.width = o.width;
+    image.height = o.height;
+    image.dataFormat = fcc;
+    image.bitsPerComponent = tenBit ? 10 : 8;
+    image.bitsPerPixel = 2 * image.bitsPerComponent;
+    image.coreDataSet = true;
+    VideoCompressionInfo& info = params.videoCompressionInfo_;
+    info.image() = image;
+    info.setScanMode(scanFor(o.height));
+    info.setAspectRatio(std::uint64_t(o.width) * 3 > std::uint64_t(o.height) * 4 ? Vl::eAspect16x9 : Vl::eAspect4x3);
+    info.setFrameRate(rate);
+    info.setVideoTrackCount(1);
+    info.compression().setFcc(fcc);
+    params.stride_ = synthStride(fcc, o.width);
+    if (o.channels) {
+        params.audioSettings_.setAudioStreams(1);
+        params.audioSettings_.setChannelsPerStream(o.channels);
+        params.audioSettings_.setBitsPerSample(16);
+        params.audioSettings_.setStride(2);
+        params.audioSettings_.setSamplesPerSec(o.sampleRate);
+        params.audioSettings_.setDataType(Aud::eDataPcm);
+    }
+    if (!writerAccepts(writer, params)) {
+        error = "unsupported format " + fourccText(fcc) + " at " + std::to_string(o.width) + "x" +
+                std::to_string(o.height);
+        return false;
+    }
+    const double fps = double(o.rateNum) / o.rateDen;
+    const std::uint64_t frames = std::max<std::uint64_t>(1, std::llround(o.seconds * fps));
+    if (frames > 2000000) {
+        error = "too long: at most 2000000 frames in one file";
+        return false;
+    }
+
+    WriteSession session(reader, writer, out);
+    if (!session.open(params, error))
+        return false;
+    std::vector<unsigned char> picture;
+    Aud::StreamBufferList tone;
+    std::uint64_t fed = 0;
+    for (std::uint64_t n = 0; n < frames; ++n) {
+        if (o.channels) {
+            std::uint64_t due = session.audioDue(n + 1);
+            std::uint32_t count = static_cast<std::uint32_t>(due - fed);
+            tone.reset(o.channels, count, 2);
+            for (std::uint32_t c = 0; c < o.channels; ++c)
+                synthTone(o.sampleRate, fed, count, tone.channel(c));
+            tone.setSamples(count);
+            if (!session.audio(tone, count, error))
+                return false;
+            fed = due;
+        }
+        synthFrame(fcc, o.width, o.height, n, picture);
+        if (!session.frame(picture.data(), static_cast<std::uint32_t>(picture.size()), error))
+            return false;
+        if (progress)
+            progress->update(n + 1);
+    }
+    bool ok = session.finish(error);
+    if (progress)
+        progress->finish();
+    return ok;
+}
+
+bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, const std::wstring& in,
+                const std::wstring& out, Progress* progress, std::string& error)
+{
+    Vl::Ptr<FileReadInstance> file = openThrough(reader, in, error);
+    if (!file)
+        return false;
+    const PlayFileMetadata& md = *file->metadata();
+    const ShotVideoMetadata& v = md.video();
+    const Aud::Metadata& a = md.audio();
+    if (v.videoTrackCount() == 0) {
+        error = "no video to export";
+        return false;
+    }
+    if (v.frameRate() == Vl::eFrameRateNone) {
+        error = "unsupported frame rate (not one of the editor's rates)";
+        return false;
+    }
+    if (a.audioStreams() && a.dataType() != Aud::eDataPcm) {
+        error = "unsupported audio: only PCM is written";
+        return false;
+    }
+    Vl::FileWriterParams params;
+    params.typeName_ = "AVI";
+    static_cast<Aud::Metadata&>(params.audioSettings_) = a;
+    params.videoCompressionInfo_.setPicture(v);
+    params.videoCompressionInfo_.compression().setFcc(v.image().dataFormat);
+    params.image_ = v.image();
+    params.stride_ = v.layout().stride;
+    if (!writerAccepts(writer, params)) {
+        error = "unsupported format " + fourccText(v.image().dataFormat) + " at " + std::to_string(v.image().width) +
+                "x" + std::to_string(v.image().height);
+        return false;
+    }
+
+    WriteSession session(reader, writer, out);
+    if (!session.open(params, error))
+        return false;
+    const std::uint32_t streams = a.audioStreams();
+    const std::uint32_t perStream = a.channelsPerStream();
+    const std::uint32_t bytes = a.stride();
+    std::uint64_t total = streams ? a.lengthInSamples() : 0;
+    std::uint64_t fed = 0;
+    Aud::StreamBufferList all;
+    const unsigned length = v.lengthInFrames();
+    std::deque<Vl::Ptr<VideoReadRequest>> inFlight;
+    unsigned next = 0;
+    for (unsigned i = 0; i < length; ++i) {
+        while (next < length && next - i < kVideoWindow)
+            inFlight.push_back(
+                reader.readVideoSample(file, next++, false, VideoReadRequest::eCompressed, nullptr, nullptr, true));
+        Vl::Ptr<VideoReadRequest> request = inFlight.front();
+        inFlight.pop_front();
+        Vl::Ptr<FrameBuffer> frame;
+        if (request->wait() == RequestStatus::eCompleted)
+            frame = request->getResult();
+        if (!frame) {
+            error = "frame " + std::to_string(i) + " could not be read";
+            inFlight.clear();
+            reader.waitForIdle();
+            return false;
+        }
+        // This frame's audio goes in before the frame, in every stream.
+        std::uint64_t due = std::min(total, session.audioDue(i + 1));
+        while (fed < due) {
+            // The reader answers a run past the end of its audio with nothing:
+            // shrink the run until a single sample is refused.
+            std::uint32_t want = static_cast<std::uint32_t>(std::min<std::uint64_t>(due - fed, 65536));
+            std::uint32_t got = 0;
+            for (; want >= 1 && got == 0; want /= 2) {
+                got = want;
+                all.reset(streams * perStream, want, bytes);
+                for (std::uint32_t s = 0; s < streams && got; ++s) {
+                    Vl::Ptr<AudioReadRequest> ask(
+                        new AudioReadRequest(file, s, static_cast<std::uint32_t>(fed), want));
+                    reader.readAudioSample(ask, false);
+                    std::uint32_t n = ask->wait() == RequestStatus::eCompleted ? ask->result().samples() : 0;
+                    got = std::min(got, n);
+                    for (std::uint32_t c = 0; c < perStream && c < ask->result().channels(); ++c)
+                        std::memcpy(all.channel(s * perStream + c), ask->result().channel(c),
+                                    std::size_t(std::min(n, want)) * bytes);
+                }
+            }
+            if (got == 0) {
+                // The file has less audio than it said: the rest is not there.
+                total = fed;
+                break;
+            }
+            all.setSamples(got);
+            if (!session.audio(all, got, error)) {
+                reader.waitForIdle();
+                return false;
+            }
+            fed += got;
+        }
+        if (!session.frame(frame, error)) {
+            inFlight.clear();
+            reader.waitForIdle();
+            return false;
+        }
+        if (progress)
+            progress->update(i + 1);
+    }
+    reader.waitForIdle();
+    file = nullptr;
+    bool ok = session.finish(error);
+    if (progress)
+        progress->finish();
+    return ok;
+}
+
+namespace {
+
+int withPlugin(const char* command, const char* path, auto&& work)
+{
+    PluginLoader loader;
+    std::string error;
+    vlhost::setLogEcho(false);
+    if (!loader.load(PluginLoader::defaultPath(), error)) {
+        std::fprintf(stderr, "velloro %s: %s: %s\n", command, path, error.c_str());
+        return 1;
+    }
+    Vl::FileReaderResource* reader = loader.findReader("AVI FileReader");
+    Vl::FileWriterResource* writer = loader.findWriter("AVI FileWriter");
+    if (!reader || !writer) {
+        std::fprintf(stderr, "velloro %s: %s: the plug-in lacks \"AVI FileReader\" or \"AVI FileWriter\"\n",
+                     command, path);
+        return 1;
+    }
+    if (!work(*reader, *writer, error)) {
+        std::fprintf(stderr, "velloro %s: %s: %s\n", command, path, error.c_str());
+        return 1;
+    }
+    return 0;
+}
+
+} // namespace
+
+int renderCommand(const char* out, int argc, char** argv)
+{
+    RenderOptions options;
+    std::string error;
+    if (!parseRenderOptions(argc, argv, options, error)) {
+        std::fprintf(stderr, "velloro render: %s\n", error.c_str());
+        return 2;
+    }
+    return withPlugin("render", out, [&](Vl::FileReaderResource& r, Vl::FileWriterResource& w, std::string& e) {
+        double fps = double(options.rateNum) / options.rateDen;
+        Progress progress(std::max<std::uint64_t>(1, std::llround(options.seconds * fps)), Progress::forTerminal());
+        return renderFile(r, w, Morvane::convertString(out), options, &progress, e);
+    });
+}
+
+int exportCommand(const char* in, const char* out)
+{
+    return withPlugin("export", out, [&](Vl::FileReaderResource& r, Vl::FileWriterResource& w, std::string& e) {
+        Vl::Ptr<FileReadInstance> probe;
+        std::string ignored;
+        std::uint64_t frames = 0;
+        if ((probe = openThrough(r, Morvane::convertString(in), ignored)))
+            frames = probe->metadata()->video().lengthInFrames();
+        probe = nullptr;
+        Progress shown(frames, Progress::forTerminal());
+        return exportFile(r, w, Morvane::convertString(in), Morvane::convertString(out), &shown, e);
+    });
+}
+
+} // namespace velloro

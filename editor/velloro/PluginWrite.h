@@ -1,0 +1,39 @@
+#pragma once
+// velloro export and render: writing AVI files through the plug-in's
+// writer component, as the editor's export and render do.
+#include <cstdint>
+#include <string>
+
+#include "host/FileReaderResource.h"
+#include "host/FileWriterResource.h"
+
+namespace velloro {
+
+class Progress;
+
+struct RenderOptions
+{
+    std::uint32_t fcc = 0x59565955; // UYVY
+    std::uint32_t width = 1920;
+    std::uint32_t height = 1080;
+    std::uint32_t rateNum = 30000;
+    std::uint32_t rateDen = 1001;
+    double seconds = 2.0;
+    std::uint32_t channels = 2; // 0: no audio
+    std::uint32_t sampleRate = 48000;
+};
+
+// Options after OUT; false with a one-line reason.
+bool parseRenderOptions(int argc, char** argv, RenderOptions& options, std::string& error);
+
+// Each writes out completely or leaves no file; false with a one-line reason.
+// The written file is read back through reader to check that it is whole.
+bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, const std::wstring& out, const RenderOptions& options,
+                Progress* progress, std::string& error);
+bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, const std::wstring& in,
+                const std::wstring& out, Progress* progress, std::string& error);
+
+int renderCommand(const char* out, int argc, char** argv);
+int exportCommand(const char* in, const char* out);
+
+} // namespace velloro
