@@ -177,6 +177,9 @@ private:
     bool fail(const char* what, int code, std::string& error)
     {
         error = std::string(what) + ": " + loggedReason(code);
+        // The editor's number for a full disk.
+        if (code == 2)
+            error = std::string(what) + ": the disk is full (" + loggedReason(code) + ")";
         abandon();
         return false;
     }

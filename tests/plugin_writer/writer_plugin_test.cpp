@@ -1,0 +1,220 @@
+// velloro's render and export through the loaded plug-in: ffprobe opens
+// every written file cleanly with the right streams, and the files read back
+// through the plug-in frame-exact.
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+
+#include <cmath>
+#include <cstdio>
+#include <map>
+
+#include "Md5.h"
+#include "PluginRead.h"
+#include "PluginWrite.h"
+#include "Synth.h"
+#include "common/TempDir.h"
+#include "plugin/plugin_support.h"
+#include "util/fourcc.h"
+#include "vlhost/FileFaults.h"
+
+namespace {
+
+using namespace plugintest;
+
+std::string run(const std::string& command)
+{
+    std::string out;
+    if (FILE* p = ::popen(command.c_str(), "r")) {
+        char buf[65536];
+        std::size_t n;
+        while ((n = std::fread(buf, 1, sizeof buf, p)) > 0)
+            out.append(buf, n);
+        ::pclose(p);
+    }
+    return out;
+}
+
+// ffprobe's key=value lines for one stream kind.
+std::map<std::string, std::string> probe(const std::string& path, const char* select, const char* entries)
+{
+    std::map<std::string, std::string> out;
+    std::string text = run(std::string("ffprobe -v error -select_streams ") + select + " -count_packets -show_entries " +
+                           entries + " -of default=noprint_wrappers=1 '" + path + "'");
+    std::istringstream in(text);
+    std::string line;
+    while (std::getline(in, line))
+        if (auto eq = line.find('='); eq != std::string::npos)
+            out[line.substr(0, eq)] = line.substr(eq + 1);
+    return out;
+}
+
+bool exists(const std::string& path)
+{
+    struct stat st;
+    return ::stat(path.c_str(), &st) == 0;
+}
+
+class WriterPlugin : public LoadedPlugin
+{
+protected:
+    void SetUp() override
+    {
+        LoadedPlugin::SetUp();
+        writer_ = loader_.findWriter("AVI FileWriter");
+        ASSERT_NE(writer_, nullptr);
+    }
+    Vl::FileWriterResource* writer_ = nullptr;
+    testutil::TempDir dir_;
+};
+
+TEST_F(WriterPlugin, RenderEveryFormat)
+{
+    struct Case
+    {
+        const char* format;
+        std::uint32_t width, height, num, den, channels, rate;
+        const char* tag;
+    } cases[] = {
+        {"UYVY", 1920, 1080, 30000, 1001, 2, 48000, "UYVY"}, {"YUY2", 720, 576, 25, 1, 1, 44100, "YUY2"},
+        {"M101", 720, 486, 30000, 1001, 4, 48000, "M101"},   {"M102", 1280, 720, 60000, 1001, 2, 48000, "M102"},
+        {"v210", 1920, 1080, 24000, 1001, 2, 96000, "v210"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.format);
+        velloro::RenderOptions o;
+        o.fcc = Morvane::makeFourCC(reinterpret_cast<const char(&)[5]>(*c.format));
+        o.width = c.width, o.height = c.height, o.rateNum = c.num, o.rateDen = c.den;
+        o.channels = c.channels, o.sampleRate = c.rate, o.seconds = 0.5;
+        const std::string path = dir_.path().string() + "/" + c.format + ".avi";
+        std::string error;
+        ASSERT_TRUE(velloro::renderFile(*reader_, *writer_, wide(path), o, nullptr, error)) << error;
+        const unsigned frames = static_cast<unsigned>(std::llround(0.5 * c.num / c.den));
+
+        EXPECT_EQ(run("ffprobe -v error '" + path + "' 2>&1"), "");
+        auto v = probe(path, "v", "stream=codec_tag_string,width,height,r_frame_rate,nb_read_packets");
+        EXPECT_EQ(v["codec_tag_string"], c.tag);
+        EXPECT_EQ(v["width"], std::to_string(c.width));
+        EXPECT_EQ(v["height"], std::to_string(c.height));
+        EXPECT_EQ(v["r_frame_rate"], std::to_string(c.num) + "/" + std::to_string(c.den));
+        EXPECT_EQ(v["nb_read_packets"], std::to_string(frames));
+        auto a = probe(path, "a", "stream=codec_name,sample_rate,channels");
+        EXPECT_EQ(a["codec_name"], "pcm_s16le");
+        EXPECT_EQ(a["sample_rate"], std::to_string(c.rate));
+        EXPECT_EQ(a["channels"], std::to_string(c.channels));
+        // Audio as long as the video, to the sample.
+        std::string pcm = run("ffmpeg -v error -i '" + path + "' -map 0:a -f s16le - 2>/dev/null");
+        EXPECT_EQ(pcm.size(), std::uint64_t(frames) * c.den * c.rate / c.num * 2 * c.channels);
+
+        // Through the plug-in, every frame is the frame that was made.
+        std::string lines;
+        ASSERT_TRUE(velloro::pluginFrameMd5(*reader_, wide(path), lines, error)) << error;
+        std::vector<std::string> got = comparable(lines);
+        std::vector<unsigned char> picture;
+        for (unsigned n = 0; n < frames; ++n) {
+            velloro::synthFrame(o.fcc, c.width, c.height, n, picture);
+            ASSERT_LT(n, got.size());
+            EXPECT_NE(got[n].find(velloro::Md5::of(picture.data(), picture.size())), std::string::npos) << n;
+        }
+    }
+}
+
+TEST_F(WriterPlugin, ExportKeepsFramesAndAudio)
+{
+    const std::map<std::string, const char*> carried = {
+        {"uyvy_pcm16.avi", "UYVY"}, {"yuy2_pcm16.avi", "YUY2"}, {"dv_pal.avi", "dvsd"},
+        {"dv_ntsc.avi", "dvsd"},    {"dv50.avi", "dv50"},       {"mjpeg.avi", "mjpg"},
+    };
+    for (const std::string& name : corpus()) {
+        SCOPED_TRACE(name);
+        const std::string in = dataPath(name);
+        const std::string out = dir_.path().string() + "/e_" + name;
+        std::string error;
+        bool ok = velloro::exportFile(*reader_, *writer_, wide(in), wide(out), nullptr, error);
+        auto tag = carried.find(name);
+        if (tag == carried.end()) {
+            EXPECT_FALSE(ok);
+            EXPECT_FALSE(error.empty());
+            EXPECT_FALSE(exists(out));
+            continue;
+        }
+        ASSERT_TRUE(ok) << error;
+        EXPECT_EQ(run("ffprobe -v error '" + out + "' 2>&1"), "");
+        const char* entries = "stream=codec_tag_string,width,height,r_frame_rate,nb_read_packets";
+        auto vi = probe(in, "v", entries), vo = probe(out, "v", entries);
+        EXPECT_EQ(vo["codec_tag_string"], tag->second);
+        for (const char* key : {"width", "height", "r_frame_rate", "nb_read_packets"})
+            EXPECT_EQ(vo[key], vi[key]) << key;
+        auto ai = probe(in, "a", "stream=codec_name,sample_rate,channels");
+        EXPECT_EQ(probe(out, "a", "stream=codec_name,sample_rate,channels"), ai);
+        auto videoMd5 = [&](const std::string& f) {
+            return comparable(run("ffmpeg -v error -i '" + f + "' -map 0:v -c copy -f framemd5 - 2>/dev/null"));
+        };
+        EXPECT_EQ(videoMd5(out), videoMd5(in));
+        auto audioMd5 = [&](const std::string& f) {
+            return run("ffmpeg -v error -i '" + f + "' -map 0:a -c copy -f md5 - 2>/dev/null");
+        };
+        EXPECT_EQ(audioMd5(out), audioMd5(in));
+        // And through the plug-in, the same frames.
+        std::string a, b;
+        ASSERT_TRUE(velloro::pluginFrameMd5(*reader_, wide(in), a, error)) << error;
+        ASSERT_TRUE(velloro::pluginFrameMd5(*reader_, wide(out), b, error)) << error;
+        auto frames = [](const std::string& text) {
+            std::vector<std::string> v;
+            for (auto& l : comparable(text))
+                if (l.rfind("audio", 0) != 0)
+                    v.push_back(l);
+            return v;
+        };
+        EXPECT_EQ(frames(b), frames(a));
+    }
+}
+
+TEST_F(WriterPlugin, FailuresLeaveNoFile)
+{
+    velloro::RenderOptions o;
+    o.width = 720, o.height = 576, o.rateNum = 25, o.rateDen = 1, o.seconds = 2;
+    std::string error;
+
+    const std::string full = dir_.path().string() + "/full.avi";
+    vlhost::FileFaults faults;
+    faults.writeLimit = 1 << 20;
+    vlhost::setFileFaults(wide(full), faults);
+    EXPECT_FALSE(velloro::renderFile(*reader_, *writer_, wide(full), o, nullptr, error));
+    vlhost::clearFileFaults();
+    EXPECT_NE(error.find("disk is full"), std::string::npos) << error;
+    EXPECT_EQ(error.find('\n'), std::string::npos);
+    EXPECT_FALSE(exists(full));
+
+    error.clear();
+    const std::string nowhere = dir_.path().string() + "/no/such/dir/x.avi";
+    EXPECT_FALSE(velloro::renderFile(*reader_, *writer_, wide(nowhere), o, nullptr, error));
+    EXPECT_NE(error.find("cannot create"), std::string::npos) << error;
+
+    const std::string odd = dir_.path().string() + "/odd.avi";
+    o.fcc = Morvane::makeFourCC("XVID");
+    EXPECT_FALSE(velloro::renderFile(*reader_, *writer_, wide(odd), o, nullptr, error));
+    EXPECT_NE(error.find("unsupported format"), std::string::npos) << error;
+    o.fcc = Morvane::makeFourCC("UYVY");
+    o.rateNum = 7;
+    EXPECT_FALSE(velloro::renderFile(*reader_, *writer_, wide(odd), o, nullptr, error));
+    EXPECT_NE(error.find("unsupported frame rate"), std::string::npos) << error;
+    EXPECT_FALSE(exists(odd));
+}
+
+// Ten minutes at 29.97 on a tiny picture: the audio ends with the video.
+TEST_F(WriterPlugin, TenMinutesStayInSync)
+{
+    velloro::RenderOptions o;
+    o.width = 16, o.height = 16, o.seconds = 600;
+    const std::string path = dir_.path().string() + "/long.avi";
+    std::string error;
+    ASSERT_TRUE(velloro::renderFile(*reader_, *writer_, wide(path), o, nullptr, error)) << error;
+    auto v = probe(path, "v", "stream=nb_read_packets");
+    ASSERT_EQ(v["nb_read_packets"], "17982");
+    std::string pcm = run("ffmpeg -v error -i '" + path + "' -map 0:a -f s16le - 2>/dev/null");
+    const double video = 17982.0 * 1001 / 30000;
+    EXPECT_NEAR(double(pcm.size() / 4) / 48000, video, 1.0 / 48000);
+}
+
+} // namespace

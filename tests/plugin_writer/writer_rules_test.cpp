@@ -1,0 +1,388 @@
+// The writer resource's rules on its objects linked in directly: track
+// descriptions, codec blocks, format negotiation and the writer thread.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "AVI/CodecExtraData.h"
+#include "AVI/FileWriter.h"
+#include "AVI/FileWriterFileInfo.h"
+#include "AVI/TrackDescriptions.h"
+#include "FileFormats/AVI/avilib/avilib.FileReader.h"
+#include "common/AssertCapture.h"
+#include "common/TempDir.h"
+#include "host/ByteBufferImpl.h"
+#include "host/EncoderInfo.h"
+#include "util/fourcc.h"
+
+namespace {
+
+using Morvane::makeFourCC;
+using Morvane::Avi::TrackStructuralData;
+
+Vl::FileWriterParams params(const char* fcc, std::uint32_t width, std::uint32_t height, std::uint32_t streams = 1)
+{
+    Vl::FileWriterParams p;
+    p.typeName_ = "AVI";
+    p.image_.width = width;
+    p.image_.height = height;
+    p.image_.dataFormat = makeFourCC("UYVY");
+    p.image_.bitsPerComponent = 8;
+    VideoCompressionInfo& info = p.videoCompressionInfo_;
+    info.image() = p.image_;
+    info.setScanMode(Vl::eUpperFieldFirst);
+    info.setAspectRatio(Vl::eAspect16x9);
+    info.setFrameRate(Vl::eFrameRate29_97);
+    info.compression().setFcc(std::uint32_t(fcc[0]) | std::uint32_t(fcc[1]) << 8 | std::uint32_t(fcc[2]) << 16 |
+                              std::uint32_t(fcc[3]) << 24);
+    Aud::AudioSettings& a = p.audioSettings_;
+    a.setAudioStreams(streams);
+    a.setChannelsPerStream(2);
+    a.setBitsPerSample(16);
+    a.setStride(2);
+    a.setSamplesPerSec(48000);
+    a.setDataType(Aud::eDataPcm);
+    return p;
+}
+
+struct Described
+{
+    std::vector<TrackStructuralData> tracks;
+    std::string printed;
+    ~Described()
+    {
+        for (auto& t : tracks)
+            delete[] t.pExtraData;
+    }
+};
+
+void describe(const Vl::FileWriterParams& p, Described& d)
+{
+    d.tracks.assign(avi::trackCount(p), TrackStructuralData{});
+    d.printed = testutil::captureStdout([&] { ASSERT_EQ(avi::describeTracks(p, d.tracks.data()), 1); });
+}
+
+std::uint32_t u32(const unsigned char* p, std::size_t at)
+{
+    std::uint32_t v;
+    std::memcpy(&v, p + at, 4);
+    return v;
+}
+
+TEST(WriterTracks, HeightsFollowTheCompression)
+{
+    struct Case
+    {
+        const char* fcc;
+        std::uint32_t height, described;
+        const char* assertion;
+    } cases[] = {
+        {"GIMX", 486, 512, ""},
+        {"GIMX", 576, 608, ""},
+        {"GIMX", 480, 0, "assertion failed false at AVI/FileWriter line 649\n"},
+        {"dvsd", 486, 480, ""},
+        {"dv25", 486, 480, ""},
+        {"dv50", 486, 480, ""},
+        {"PPG2", 486, 480, ""},
+        {"dvsd", 576, 576, ""},
+        {"dvh1", 1080, 1080, ""},
+        {"UYVY", 486, 486, ""},
+    };
+    for (const Case& c : cases) {
+        Described d;
+        describe(params(c.fcc, 720, c.height), d);
+        EXPECT_EQ(d.tracks[1].Data.VInfo.height, c.described) << c.fcc << " " << c.height;
+        // PPG2 brings its MPEG-2 block, which asserts nothing.
+        EXPECT_EQ(d.printed, c.assertion) << c.fcc << " " << c.height;
+    }
+}
+
+TEST(WriterTracks, VideoAndAudioWords)
+{
+    Described d;
+    describe(params("dvsd", 720, 486, 2), d);
+    ASSERT_EQ(d.tracks.size(), 4u);
+    EXPECT_EQ(d.tracks[0].Type, Morvane::Avi::StreamTimecode);
+    EXPECT_EQ(d.tracks[0].Data.Words[0], 30000u | std::uint64_t(1001) << 32); // rate, then scale
+    EXPECT_EQ(d.tracks[0].pExtraData, nullptr);
+    const auto& v = d.tracks[1].Data.VInfo;
+    EXPECT_EQ(d.tracks[1].Type, Morvane::Avi::StreamVideo);
+    EXPECT_EQ(v.width, 720u);
+    EXPECT_EQ(v.fourcc, makeFourCC("dvsd"));
+    EXPECT_EQ(v.bitCount, 24u);
+    EXPECT_EQ(v.fieldCode, 3u);
+    EXPECT_EQ(v.aspectRatio, 0x00100009u);
+    EXPECT_EQ(v.rate, 30000u);
+    EXPECT_EQ(v.scale, 1001u);
+    EXPECT_EQ(v.reserved10, 1u);
+    EXPECT_EQ(v.reserved11, 1u);
+    EXPECT_EQ(v.gopLength, 120000u); // the frame size word
+    for (int i : {2, 3}) {
+        const auto& a = d.tracks[i].Data.AInfo;
+        EXPECT_EQ(d.tracks[i].Type, Morvane::Avi::StreamAudio);
+        EXPECT_EQ(a.formatTag, 1u);
+        EXPECT_EQ(a.channels, 2u);
+        EXPECT_EQ(a.samplesPerSec, 48000u);
+        EXPECT_EQ(a.blockAlign, 4u);
+        EXPECT_EQ(a.avgBytesPerSec, 192000u);
+        EXPECT_EQ(u32(reinterpret_cast<const unsigned char*>(&d.tracks[i].Data), 20), 1u);
+    }
+}
+
+TEST(WriterTracks, OddCodesAndValues)
+{
+    Vl::FileWriterParams p = params("UYVY", 1920, 1080, 0);
+    p.videoCompressionInfo_.compression().setFcc(1244);
+    p.videoCompressionInfo_.setScanMode(Vl::eProgressive);
+    p.videoCompressionInfo_.setAspectRatio(Vl::eAspect256x135);
+    Described d;
+    describe(p, d);
+    ASSERT_EQ(d.tracks.size(), 2u); // no audio: header and video only
+    EXPECT_EQ(d.tracks[1].Data.VInfo.width, 1440u);
+    EXPECT_EQ(d.tracks[1].Data.VInfo.fieldCode, 4u);
+    EXPECT_EQ(d.tracks[1].Data.VInfo.aspectRatio, 0x00010001u);
+    EXPECT_EQ(d.printed, "assertion failed false at AVI/FileWriter line 766\n");
+
+    p = params("UYVY", 720, 576, 1);
+    p.videoCompressionInfo_.setScanMode(0);
+    p.audioSettings_.setDataType(Aud::eDataFloat);
+    describe(p, d);
+    EXPECT_EQ(d.tracks[1].Data.VInfo.fieldCode, 3u);
+    EXPECT_EQ(d.tracks[2].Data.AInfo.formatTag, 1u);
+    EXPECT_EQ(d.printed, "assertion failed false at AVI/FileWriter line 682\n"
+                         "assertion failed params.audioSettings_.getDataType() == Aud::keAudioDataTypePCM at "
+                         "AVI/FileWriter line 773\n");
+}
+
+TEST(WriterCodecBlocks, Mpeg2ByWidth)
+{
+    struct Case
+    {
+        const char* fcc;
+        std::uint32_t width, height;
+        bool high;
+        const char* tag;
+        std::uint32_t profile, level;
+    } cases[] = {
+        {"MMES", 720, 576, false, "MMES", 2, 2},  {"M701", 1920, 1080, false, "M701", 2, 4},
+        {"MMES", 721, 576, true, "M701", 6, 4},   {"NPG2", 720, 486, false, "MMES", 2, 2},
+        {"WPG2", 1280, 720, true, "M701", 6, 4},
+    };
+    for (const Case& c : cases) {
+        Vl::FileWriterParams p = params(c.fcc, c.width, c.height);
+        p.mpeg2BitRate_ = 50;
+        p.mpeg2HighProfile_ = c.high;
+        Described d;
+        describe(p, d);
+        const auto& t = d.tracks[1];
+        ASSERT_EQ(t.cbExtra, 212) << c.fcc;
+        const unsigned char* b = t.pExtraData;
+        EXPECT_EQ(u32(b, 0), 44u);
+        EXPECT_EQ(u32(b, 4), makeFourCC("vids"));
+        EXPECT_EQ(u32(b, 20), 0xE06D8026u);
+        EXPECT_EQ(u32(b, 48), 0xE06D80E3u);
+        EXPECT_EQ(u32(b, 68), 136u);
+        EXPECT_EQ(u32(b, 108), 50000000u);
+        std::uint64_t perFrame;
+        std::memcpy(&perFrame, b + 116, 8);
+        EXPECT_EQ(perFrame, 333667u);
+        EXPECT_EQ(u32(b, 148), 40u);
+        EXPECT_EQ(u32(b, 152), c.width);
+        EXPECT_EQ(u32(b, 156), c.height);
+        EXPECT_EQ(u32(b, 160), 1u | 24u << 16);
+        EXPECT_EQ(u32(b, 164), makeFourCC(reinterpret_cast<const char(&)[5]>(*c.tag))) << c.fcc;
+        EXPECT_EQ(u32(b, 196), c.profile) << c.fcc;
+        EXPECT_EQ(u32(b, 200), c.level) << c.fcc;
+        std::size_t nonZero = 0;
+        for (std::size_t i = 0; i < 212; ++i)
+            nonZero += b[i] != 0;
+        EXPECT_LE(nonZero, 4u + 16 + 16 + 16 + 2 + 4 + 4 + 8 + 2 + 4 + 4 + 4 + 4 + 4 + 4) << "stray bytes";
+        EXPECT_EQ(u32(b, 36) | u32(b, 40) | u32(b, 44) | u32(b, 112) | u32(b, 188) | u32(b, 192), 0u);
+    }
+    Described none;
+    describe(params("MPG2", 720, 576), none);
+    EXPECT_EQ(none.tracks[1].pExtraData, nullptr); // only N..W PG2 codes carry a block
+}
+
+TEST(WriterCodecBlocks, MatroxStrides)
+{
+    struct Case
+    {
+        const char* fcc;
+        std::uint32_t width, height, dataFormat, stride, scan;
+        std::uint32_t expected, w3, w4;
+        bool asserts;
+    } cases[] = {
+        {"M103", 1920, 1080, makeFourCC("UYVY"), 0, 1, 5760, 1, 5, false},
+        {"M101", 1920, 1080, makeFourCC("UYVY"), 0, 1, 3840, 1, 5, false},
+        {"M101", 720, 486, makeFourCC("M101"), 0x5A0, 2, 0x5A0, 2, 5, false},
+        {"M102", 1280, 720, makeFourCC("M102"), 0xA00, 3, 0xA00, 3, 4, false},
+        {"M101", 64, 480, makeFourCC("M101"), 128, 1, 128, 2, 5, true},
+        {"M101", 720, 576, makeFourCC("M101"), 0, 1, 1440, 1, 5, true},
+    };
+    for (const Case& c : cases) {
+        Vl::FileWriterParams p = params(c.fcc, c.width, c.height);
+        p.videoCompressionInfo_.image().dataFormat = c.dataFormat;
+        p.videoCompressionInfo_.image().bitsPerComponent = 10;
+        p.videoCompressionInfo_.setScanMode(c.scan);
+        p.stride_ = c.stride;
+        Described d;
+        describe(p, d);
+        ASSERT_EQ(d.tracks[1].cbExtra, 24) << c.fcc;
+        const unsigned char* b = d.tracks[1].pExtraData;
+        EXPECT_EQ(u32(b, 0), 1u);
+        EXPECT_EQ(u32(b, 4), 5u);
+        EXPECT_EQ(u32(b, 8), 10u);
+        EXPECT_EQ(u32(b, 12), c.w3) << c.fcc << " " << c.height;
+        EXPECT_EQ(u32(b, 16), c.w4) << c.fcc << " " << c.height;
+        EXPECT_EQ(u32(b, 20), c.expected) << c.fcc << " " << c.width;
+        EXPECT_EQ(d.printed.find("AVI/FileWriter line 574") != std::string::npos, c.asserts) << d.printed;
+    }
+}
+
+class Negotiation : public testing::Test
+{
+protected:
+    void TearDown() override
+    {
+        for (const char* f : {"dvsd", "dv25", "dv50"})
+            Vl::EncoderInfo::registerEncoder(makeFourCC(reinterpret_cast<const char(&)[5]>(*f)));
+    }
+    std::vector<std::uint32_t> offered()
+    {
+        VectorExt<Compression::SupportedFormatT> out;
+        writer_.getSupportedFileFormats("AVI", out);
+        std::vector<std::uint32_t> codes;
+        for (const auto& f : out)
+            codes.push_back(f.fcc);
+        return codes;
+    }
+    avi::FileWriter writer_;
+};
+
+TEST_F(Negotiation, OfferedFormatsInOrder)
+{
+    const std::uint32_t tail[] = {makeFourCC("YUY2"), makeFourCC("UYVY"), makeFourCC("M101"),
+                                  makeFourCC("M102"), makeFourCC("MMES"), makeFourCC("M701")};
+    std::vector<std::uint32_t> all = {makeFourCC("dvsd"), makeFourCC("dv25"), makeFourCC("dv50"), makeFourCC("dvh1")};
+    all.insert(all.end(), std::begin(tail), std::end(tail));
+    EXPECT_EQ(offered(), all);
+
+    Vl::EncoderInfo::unregisterEncoder(makeFourCC("dvsd"));
+    std::vector<std::uint32_t> noDv = {makeFourCC("dvh1")};
+    noDv.insert(noDv.end(), std::begin(tail), std::end(tail));
+    EXPECT_EQ(offered(), noDv);
+
+    VectorExt<Compression::SupportedFormatT> out;
+    writer_.getSupportedFileFormats("MOV", out);
+    EXPECT_TRUE(out.empty());
+}
+
+TEST_F(Negotiation, RasterTables)
+{
+    VectorExt<Compression::SupportedFormatT> out;
+    writer_.getSupportedFileFormats("AVI", out);
+    ASSERT_EQ(out.size(), 10u);
+    auto rows = [](const Compression::SupportedFormatT& f) {
+        std::vector<std::uint32_t> v;
+        for (const auto& r : f.imageFormats)
+            v.insert(v.end(), {r.imageFormat, r.formatGroup, r.videoFormatUID, r.valid});
+        return v;
+    };
+    const std::vector<std::uint32_t> sd = {3, 0, 3, 1,  1, 0, 3, 1,  2, 0, 3, 1,  5, 0, 16, 1, 1, 0, 16, 1,
+                                           2, 0, 16, 1, 5, 0, 15, 1, 1, 0, 15, 1, 2, 0, 15, 1, 0, 0, 0,  1};
+    EXPECT_EQ(rows(out[0]), sd);
+    EXPECT_EQ(rows(out[8]), sd);                      // MMES
+    EXPECT_EQ(out[3].imageFormats.size(), 13u);       // dvh1: DVCPRO HD
+    EXPECT_EQ(out[3].imageFormats[0].formatGroup, 1u);
+    EXPECT_EQ(out[3].imageFormats[11].imageFormat, 10u);
+    EXPECT_EQ(out[4].imageFormats.size(), 10u + 15u); // YUY2: SD then HD
+    EXPECT_EQ(out[4].imageFormats[10].videoFormatUID, 28u);
+    EXPECT_EQ(out[4].imageFormats[23].imageFormat, 9u);
+    EXPECT_EQ(out[7].imageFormats.size(), 15u);       // M102: HD
+}
+
+TEST_F(Negotiation, PerPictureList)
+{
+    auto list = [&](std::uint32_t width, std::uint32_t height, const char* data) {
+        ShotVideoMetadata m;
+        m.setWidth(width);
+        m.setHeight(height);
+        m.setDataFormat(makeFourCC(reinterpret_cast<const char(&)[5]>(*data)));
+        std::vector<std::uint32_t> v;
+        for (auto f : writer_.getSupportedFileFormats("AVI", m))
+            v.push_back(f);
+        return v;
+    };
+    EXPECT_EQ(list(720, 576, "UYVY"), (std::vector<std::uint32_t>{makeFourCC("dvsd"), makeFourCC("dv25"),
+                                                                    makeFourCC("dv50"), makeFourCC("MMES"),
+                                                                    makeFourCC("MJPG"), makeFourCC("M101"),
+                                                                    makeFourCC("ARGB")}));
+    // No encoder takes an odd width.
+    EXPECT_EQ(list(721, 576, "M101"), (std::vector<std::uint32_t>{makeFourCC("M102")}));
+    EXPECT_EQ(list(722, 576, "M101"), (std::vector<std::uint32_t>{makeFourCC("M701"), makeFourCC("MJPG"),
+                                                                    makeFourCC("M102")}));
+    EXPECT_EQ(list(1920, 1080, "YUY2"), (std::vector<std::uint32_t>{makeFourCC("dvh1"), makeFourCC("M701"),
+                                                                      makeFourCC("MJPG"), makeFourCC("M102")}));
+    ShotVideoMetadata m;
+    EXPECT_TRUE(writer_.getSupportedFileFormats("WAV", m).empty());
+
+    Vl::FileWriterParams p = params("M101", 720, 576);
+    EXPECT_TRUE(writer_.isSupportedFileFormat(p));
+    p.image_.width = 5000; // a supported code at an unsupported size
+    EXPECT_FALSE(writer_.isSupportedFileFormat(p));
+    p = params("UYVY", 720, 576);
+    EXPECT_FALSE(writer_.isSupportedFileFormat(p));
+    p = params("M101", 720, 576);
+    p.typeName_ = "MOV";
+    EXPECT_FALSE(writer_.isSupportedFileFormat(p));
+}
+
+TEST_F(Negotiation, InputImageAndPanels)
+{
+    Vl::FileWriterParams p = params("v210", 1920, 1080);
+    p.image_.bitsPerComponent = 10;
+    Vl::Image::Core::Object in = writer_.getInputImageFormat(p);
+    EXPECT_EQ(in.dataFormat, makeFourCC("v210"));
+    EXPECT_EQ(in.bitsPerComponent, 10u);
+    EXPECT_EQ(in.bitsPerPixel, 20u);
+    p = params("dvsd", 720, 576);
+    EXPECT_EQ(writer_.getInputImageFormat(p).dataFormat, makeFourCC("YUY2"));
+    p = params("XVID", 720, 576);
+    EXPECT_EQ(writer_.getInputImageFormat(p).dataFormat, 0xFFFFFFFFu);
+    EXPECT_FALSE(writer_.formatHasConfigPanel(p.videoCompressionInfo_));
+    EXPECT_FALSE(writer_.showConfigPanel(p.videoCompressionInfo_));
+    p = params("MMES", 720, 576);
+    std::uint32_t shown = Vl::EncoderInfo::panelsShown();
+    EXPECT_TRUE(writer_.formatHasConfigPanel(p.videoCompressionInfo_));
+    EXPECT_TRUE(writer_.showConfigPanel(p.videoCompressionInfo_));
+    EXPECT_EQ(Vl::EncoderInfo::panelsShown(), shown + 1);
+}
+
+// Frames whose audio cannot be had are not written.
+TEST(WriterFile, AudioFailureLeavesTheFrameUnwritten)
+{
+    testutil::TempDir dir;
+    avi::FileWriter writer;
+    Vl::FileWriterParams p = params("UYVY", 64, 48);
+    p.videoCompressionInfo_.setScanMode(Vl::eProgressive);
+    Vl::Ptr<FileWriteInstance> instance;
+    ASSERT_EQ(writer.openFile(VlWString(dir.file("a.avi")), p, instance), 1);
+    auto* file = dynamic_cast<avi::FileWriter::FileInfo*>(instance.get());
+    ASSERT_NE(file, nullptr);
+    ASSERT_EQ(file->trackCount(), 3u);
+    std::vector<unsigned char> frame(64 * 48 * 2 + 1, 0x80);
+    writer.cancelAll(instance);
+    EXPECT_EQ(file->writeSurface(frame.data(), 64 * 48 * 2, eVlroFrameI), 0);
+    EXPECT_EQ(file->trackData()[1].cbData, 64u * 48 * 2); // filled, then given up
+    instance = nullptr;
+    Morvane::Avi::FileReader reader;
+    HRESULT hr = 0;
+    testutil::captureStdout([&] { hr = reader.load(dir.file("a.avi")); });
+    if (SUCCEEDED(hr)) {
+        EXPECT_EQ(reader.get_Length(0), 0u);
+    }
+}
+}
