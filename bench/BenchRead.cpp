@@ -1,0 +1,398 @@
+// velloro_benchread: the read side's timed passes, one per command, each
+// printing one JSON object (scripts/bench.sh runs them and builds the table).
+//
+//   velloro_benchread container FILE      every frame and all audio through the container reader
+//   velloro_benchread plugin FILE         the same through the plug-in's reader component (requests)
+//   velloro_benchread scrub FILE N SEED   N random frames (GOPs on long-GOP files) through the
+//                                         plug-in, then pread(O_DIRECT) of the same byte ranges
+//   velloro_benchread open FILE N [drop]  openFile and metadata N times (drop: page cache dropped first)
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <deque>
+#include <memory>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "FileFormats/AVI/avilib/avilib.FileReader.h"
+#include "PluginLoader.h"
+#include "util/stringUtils.h"
+#include "vlhost/HostStats.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Morvane::Avi::FileReader;
+using Morvane::Avi::IndexEntry;
+
+constexpr std::size_t kAlign = 4096;
+// Requests in flight on the sequential pass: the file lock serialises the
+// reads, so a few keep the disk busy; the caller holds every finished frame
+// of the window, which would otherwise dominate the peak memory.
+constexpr std::size_t kWindow = 8;
+
+struct FreeBlock
+{
+    void operator()(unsigned char* p) const { std::free(p); }
+};
+using Block = std::unique_ptr<unsigned char, FreeBlock>;
+
+Block alignedBlock(std::size_t n)
+{
+    n = (n + kAlign - 1) / kAlign * kAlign;
+    return Block(static_cast<unsigned char*>(std::aligned_alloc(kAlign, n ? n : kAlign)));
+}
+
+double since(Clock::time_point t0)
+{
+    return std::chrono::duration<double>(Clock::now() - t0).count();
+}
+
+long peakRssKb()
+{
+    struct rusage ru = {};
+    getrusage(RUSAGE_SELF, &ru);
+    return ru.ru_maxrss;
+}
+
+std::uint64_t fileSize(const char* path)
+{
+    struct stat st = {};
+    return ::stat(path, &st) == 0 ? static_cast<std::uint64_t>(st.st_size) : 0;
+}
+
+int fail(const char* what, const std::string& why)
+{
+    std::fprintf(stderr, "velloro_benchread: %s: %s\n", what, why.c_str());
+    return 1;
+}
+
+void printPass(const char* pass, const char* path, std::uint64_t frames, std::uint64_t videoBytes,
+               std::uint64_t audioBytes, double seconds)
+{
+    double mb = fileSize(path) / 1e6;
+    std::printf("{\"pass\": \"%s\", \"frames\": %llu, \"video_bytes\": %llu, \"audio_bytes\": %llu, "
+                "\"seconds\": %.6f, \"mb_per_s\": %.1f, \"frames_per_s\": %.1f, \"peak_rss_kb\": %ld}\n",
+                pass, static_cast<unsigned long long>(frames), static_cast<unsigned long long>(videoBytes),
+                static_cast<unsigned long long>(audioBytes), seconds, mb / seconds, frames / seconds, peakRssKb());
+}
+
+int firstStream(FileReader& r, bool video)
+{
+    for (unsigned n = 0; n < r.get_StreamCount(); ++n)
+        if (video ? r.get_IsVideo(static_cast<int>(n)) : r.get_IsAudio(static_cast<int>(n)))
+            return static_cast<int>(n);
+    return -1;
+}
+
+// Every video frame, as velloro's framemd5 reads them, then all audio.
+int containerPass(const char* path)
+{
+    auto t0 = Clock::now();
+    FileReader r;
+    if (FAILED(r.load(Morvane::convertString(path))))
+        return fail("load", Morvane::convertString(r.getLastError()));
+    std::uint64_t frames = 0, videoBytes = 0, audioBytes = 0;
+    int v = firstStream(r, true);
+    if (v >= 0 && SUCCEEDED(r.essenceOpen(static_cast<unsigned>(v)))) {
+        std::size_t capacity = 0;
+        Block block;
+        for (unsigned i = 0; i < r.get_Length(v); ++i) {
+            IndexEntry* entry = nullptr;
+            if (FAILED(r.get_IndexEntry(i, &entry)) || !entry)
+                break;
+            std::size_t need = std::size_t(entry->size) + 2 * kAlign;
+            if (need > capacity) {
+                capacity = (need + kAlign - 1) / kAlign * kAlign;
+                block = alignedBlock(capacity);
+            }
+            unsigned offset = 0, size = 0;
+            if (FAILED(r.ReadVideo(i, block.get(), static_cast<unsigned>(capacity), &offset, &size)))
+                return fail("ReadVideo", Morvane::convertString(r.getLastError()));
+            ++frames;
+            videoBytes += size;
+        }
+    }
+    int a = firstStream(r, false);
+    if (a >= 0 && SUCCEEDED(r.essenceOpen(static_cast<unsigned>(a)))) {
+        const Morvane::Avi::AviStream* s = r.get_Stream(a);
+        std::uint64_t total = 0;
+        for (const auto& e : s->m_SuperIndex)
+            total += e.dwDuration;
+        if (s->m_SuperIndex.empty())
+            total = r.get_ResidentLength();
+        constexpr unsigned kBlocks = 16384;
+        const unsigned blockAlign = s->wfx.nBlockAlign;
+        Block block = alignedBlock(std::size_t(kBlocks) * blockAlign);
+        for (std::uint64_t first = 0; blockAlign && first < total;) {
+            unsigned n = static_cast<unsigned>(std::min<std::uint64_t>(kBlocks, total - first));
+            unsigned offset = 0, bytes = 0;
+            if (FAILED(r.ReadAudio(static_cast<unsigned>(first), n, block.get(), kBlocks * blockAlign, &offset,
+                                   &bytes)))
+                return fail("ReadAudio", Morvane::convertString(r.getLastError()));
+            audioBytes += bytes;
+            first += n;
+        }
+    }
+    printPass("container", path, frames, videoBytes, audioBytes, since(t0));
+    return 0;
+}
+
+struct Plugin
+{
+    velloro::PluginLoader loader;
+    Vl::FileReaderResource* reader = nullptr;
+    Vl::Ptr<FileReadInstance> file;
+
+    bool open(const char* path, std::string& error)
+    {
+        vlhost::setLogEcho(false);
+        if (!loader.load(velloro::PluginLoader::defaultPath(), error))
+            return false;
+        reader = loader.findReader("AVI FileReader");
+        if (!reader) {
+            error = "no AVI FileReader";
+            return false;
+        }
+        return openFile(path, error);
+    }
+
+    bool openFile(const char* path, std::string& error)
+    {
+        file = reader->openFile(VlWString(Morvane::convertString(path)), FileReadInstance::eOpenForInfo);
+        if (!file)
+            error = "cannot open";
+        return static_cast<bool>(file);
+    }
+
+    bool longGop() const { return file->metadata()->video().gopSize() >= 2; }
+
+    // Frame (or the group that holds it) as a decoder asks for it; null on failure.
+    Vl::Ptr<VideoReadRequest> request(unsigned frame)
+    {
+        return reader->readVideoSample(file, frame, longGop(), VideoReadRequest::eCompressed, nullptr, nullptr,
+                                       true);
+    }
+};
+
+// Requests as velloro's framemd5 makes them, without the hashing: kWindow frames
+// (or groups) in flight, then the audio in 16384-sample requests.
+int pluginPass(const char* path)
+{
+    auto t0 = Clock::now();
+    Plugin p;
+    std::string error;
+    if (!p.open(path, error))
+        return fail(path, error);
+    const ShotVideoMetadata& v = p.file->metadata()->video();
+    std::uint64_t frames = 0, videoBytes = 0, audioBytes = 0;
+    std::deque<Vl::Ptr<VideoReadRequest>> inFlight;
+    const unsigned length = v.videoTrackCount() ? v.lengthInFrames() : 0;
+    // Long-GOP material is asked for a group at a time: the first request
+    // tells how long the groups are.
+    unsigned step = 1;
+    if (length && p.longGop()) {
+        Vl::Ptr<VideoReadRequest> first = p.request(0);
+        first->wait();
+        if (first->getIndexInfo() && first->getIndexInfo()->getNumGopFrames())
+            step = first->getIndexInfo()->getNumGopFrames();
+    }
+    unsigned next = 0;
+    while (next < length || !inFlight.empty()) {
+        while (next < length && inFlight.size() < kWindow) {
+            inFlight.push_back(p.request(next));
+            next += step;
+        }
+        Vl::Ptr<VideoReadRequest> r = inFlight.front();
+        inFlight.pop_front();
+        Vl::Ptr<FrameBuffer> frame;
+        if (r->wait() == RequestStatus::eCompleted)
+            frame = r->getResult();
+        if (!frame)
+            return fail(path, "frame " + std::to_string(r->getFrame()) + " could not be read");
+        frames += r->getIndexInfo() ? r->getIndexInfo()->getNumGopFrames() : 1;
+        videoBytes += frame->size();
+    }
+    const Aud::Metadata& a = p.file->metadata()->audio();
+    for (std::uint32_t k = 0; k < a.audioStreams(); ++k) {
+        const std::uint64_t total = a.lengthInSamples();
+        for (std::uint64_t start = 0; start < total;) {
+            std::uint32_t n = static_cast<std::uint32_t>(std::min<std::uint64_t>(16384, total - start));
+            Vl::Ptr<AudioReadRequest> request(new AudioReadRequest(p.file, k, static_cast<std::uint32_t>(start), n));
+            p.reader->readAudioSample(request, true);
+            if (request->wait() != RequestStatus::eCompleted || request->result().samples() == 0)
+                break;
+            audioBytes += std::uint64_t(request->result().samples()) * request->result().bytesPerSample() *
+                          request->result().channels();
+            start += request->result().samples();
+        }
+    }
+    p.reader->waitForIdle();
+    printPass("plugin", path, frames, videoBytes, audioBytes, since(t0));
+    return 0;
+}
+
+struct Latencies
+{
+    std::vector<double> us;
+    double quantile(double q)
+    {
+        if (us.empty())
+            return 0;
+        std::sort(us.begin(), us.end());
+        return us[std::min(us.size() - 1, static_cast<std::size_t>(q * (us.size() - 1) + 0.5))];
+    }
+};
+
+// The byte range of frame f, or of the whole group that holds it.
+bool byteRange(FileReader& r, unsigned f, bool group, std::uint64_t& start, std::uint64_t& end)
+{
+    std::vector<unsigned> frames = {f};
+    if (group) {
+        unsigned key = f;
+        r.get_NearestKeyFrame(r.get_CurrentStream(), f, FileReader::kfBackward, key);
+        std::vector<unsigned> presentation;
+        frames.clear();
+        if (FAILED(r.getGopAndPresentationOrder(key, frames, presentation)) || frames.empty())
+            return false;
+    }
+    start = UINT64_MAX;
+    end = 0;
+    for (unsigned k : frames) {
+        IndexEntry* e = nullptr;
+        if (FAILED(r.get_IndexEntry(k, &e)) || !e)
+            return false;
+        std::uint64_t offset = e->offset;
+        std::uint32_t size = e->size;
+        start = std::min(start, offset);
+        end = std::max(end, offset + size);
+    }
+    return true;
+}
+
+int scrubPass(const char* path, unsigned count, unsigned seed)
+{
+    Plugin p;
+    std::string error;
+    if (!p.open(path, error))
+        return fail(path, error);
+    const unsigned length = p.file->metadata()->video().lengthInFrames();
+    if (length == 0)
+        return fail(path, "no video");
+    const bool group = p.longGop();
+    std::mt19937 random(seed);
+    std::vector<unsigned> frames(count);
+    for (unsigned& f : frames)
+        f = std::uniform_int_distribution<unsigned>(0, length - 1)(random);
+
+    Latencies plugin;
+    std::uint64_t bytes = 0;
+    for (unsigned f : frames) {
+        auto t0 = Clock::now();
+        Vl::Ptr<VideoReadRequest> r = p.request(f);
+        Vl::Ptr<FrameBuffer> frame;
+        if (r->wait() == RequestStatus::eCompleted)
+            frame = r->getResult();
+        plugin.us.push_back(since(t0) * 1e6);
+        if (!frame)
+            return fail(path, "frame " + std::to_string(f) + " could not be read");
+        bytes += frame->size();
+    }
+    long pluginRss = peakRssKb();
+
+    // The same ranges with pread on a file opened for direct I/O, rounded
+    // out to whole 4096-byte blocks as direct I/O needs.
+    FileReader r;
+    if (FAILED(r.load(Morvane::convertString(path))) || FAILED(r.essenceOpen(static_cast<unsigned>(firstStream(r, true)))))
+        return fail("load", Morvane::convertString(r.getLastError()));
+    std::vector<std::pair<std::uint64_t, std::uint64_t>> ranges;
+    std::uint64_t largest = 0;
+    for (unsigned f : frames) {
+        std::uint64_t start = 0, end = 0;
+        if (!byteRange(r, f, group, start, end))
+            return fail(path, "no index entry for frame " + std::to_string(f));
+        start -= start % kAlign;
+        end = (end + kAlign - 1) / kAlign * kAlign;
+        ranges.emplace_back(start, end - start);
+        largest = std::max(largest, end - start);
+    }
+    int fd = ::open(path, O_RDONLY | O_DIRECT);
+    if (fd < 0)
+        return fail(path, "cannot open for direct I/O");
+    Block block = alignedBlock(largest);
+    Latencies raw;
+    for (auto [start, n] : ranges) {
+        auto t0 = Clock::now();
+        if (::pread(fd, block.get(), n, static_cast<off_t>(start)) <= 0) {
+            ::close(fd);
+            return fail(path, "pread failed");
+        }
+        raw.us.push_back(since(t0) * 1e6);
+    }
+    ::close(fd);
+    std::printf("{\"pass\": \"scrub\", \"requests\": %u, \"groups\": %s, \"bytes\": %llu, "
+                "\"plugin_median_us\": %.1f, \"plugin_p99_us\": %.1f, \"pread_median_us\": %.1f, "
+                "\"pread_p99_us\": %.1f, \"peak_rss_kb\": %ld}\n",
+                count, group ? "true" : "false", static_cast<unsigned long long>(bytes), plugin.quantile(0.5),
+                plugin.quantile(0.99), raw.quantile(0.5), raw.quantile(0.99), pluginRss);
+    return 0;
+}
+
+void dropPageCache()
+{
+    ::sync();
+    if (FILE* f = std::fopen("/proc/sys/vm/drop_caches", "w")) {
+        std::fputs("3", f);
+        std::fclose(f);
+    }
+}
+
+int openPass(const char* path, unsigned count, bool drop)
+{
+    Plugin p;
+    std::string error;
+    if (!p.open(path, error))
+        return fail(path, error);
+    p.file = nullptr;
+    Latencies times;
+    std::uint32_t frames = 0;
+    for (unsigned k = 0; k < count; ++k) {
+        if (drop)
+            dropPageCache();
+        auto t0 = Clock::now();
+        if (!p.openFile(path, error))
+            return fail(path, error);
+        frames = p.file->metadata()->video().lengthInFrames();
+        times.us.push_back(since(t0) * 1e6);
+        p.file = nullptr;
+    }
+    std::printf("{\"pass\": \"open\", \"opens\": %u, \"frames\": %u, \"median_us\": %.1f, \"max_us\": %.1f, "
+                "\"peak_rss_kb\": %ld}\n",
+                count, frames, times.quantile(0.5), times.quantile(1.0), peakRssKb());
+    return 0;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::string command = argc > 1 ? argv[1] : "";
+    if (command == "container" && argc == 3)
+        return containerPass(argv[2]);
+    if (command == "plugin" && argc == 3)
+        return pluginPass(argv[2]);
+    if (command == "scrub" && argc == 5)
+        return scrubPass(argv[2], static_cast<unsigned>(std::atoi(argv[3])), static_cast<unsigned>(std::atoi(argv[4])));
+    if (command == "open" && (argc == 4 || (argc == 5 && std::string(argv[4]) == "drop")))
+        return openPass(argv[2], static_cast<unsigned>(std::atoi(argv[3])), argc == 5);
+    std::fprintf(stderr, "usage: velloro_benchread container|plugin FILE | scrub FILE N SEED | open FILE N [drop]\n");
+    return 2;
+}

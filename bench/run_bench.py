@@ -1,0 +1,298 @@
+#!/usr/bin/env python3
+"""Runs the plug-in's benchmarks against dd, pread, ffmpeg and ffprobe and
+prints one table of figures and ratios (scripts/bench.sh is the entry).
+
+Every figure is the median of several runs; the page cache is dropped before
+each run when this process may (root), which the table's header says.
+"""
+import argparse
+import json
+import os
+import shutil
+import statistics
+import subprocess
+import sys
+import tempfile
+import time
+
+DROP = "/proc/sys/vm/drop_caches"
+
+
+def can_drop():
+    try:
+        with open(DROP, "w") as f:
+            f.write("3")
+        return True
+    except OSError:
+        return False
+
+
+class Runner:
+    def __init__(self, bindir, datadir, runs):
+        self.bin = bindir
+        self.data = datadir
+        self.runs = runs
+        self.drop = can_drop()
+
+    def drop_cache(self):
+        subprocess.run(["sync"], check=True)
+        if self.drop:
+            with open(DROP, "w") as f:
+                f.write("3")
+
+    def timed(self, argv, after=None, cold=True):
+        """Wall seconds, peak RSS (KiB) and standard output of one run."""
+        if cold:
+            self.drop_cache()
+        with tempfile.NamedTemporaryFile("r") as rss:
+            t0 = time.perf_counter()
+            p = subprocess.run(["/usr/bin/time", "-q", "-f", "%M", "-o", rss.name] + argv,
+                               stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+            if after:
+                after()
+            seconds = time.perf_counter() - t0
+            peak = int((rss.read().strip().splitlines() or ["0"])[-1])
+        if p.returncode != 0:
+            raise RuntimeError("%s failed: %s" % (" ".join(argv), p.stderr.strip()))
+        return seconds, peak, p.stdout
+
+    def median_of(self, argv, after=None, cold=True, cleanup=None):
+        secs, peaks, outs = [], [], []
+        for _ in range(self.runs):
+            s, m, out = self.timed(argv, after, cold)
+            secs.append(s)
+            peaks.append(m)
+            outs.append(out)
+            if cleanup:
+                cleanup()
+        return statistics.median(secs), max(peaks), outs
+
+    def tool(self, name):
+        return os.path.join(self.bin, name)
+
+
+def json_lines(outs):
+    return [json.loads(o.strip().splitlines()[-1]) for o in outs]
+
+
+def make_file(r, kind, name, frames):
+    path = os.path.join(r.data, name)
+    if not os.path.exists(path):
+        _, _, out = r.timed([r.tool("velloro_benchfiles"), kind, path, str(frames)], cold=False)
+        print("made %s: %s" % (name, out.strip()), file=sys.stderr)
+    return path
+
+
+def sequential(r, path, frames):
+    size = os.path.getsize(path)
+    rows = {}
+
+    def row(label, argv, frames_of=None):
+        s, peak, outs = r.median_of(argv)
+        if frames_of:
+            frames_seen = json_lines(outs)[0]["frames"]
+        else:
+            frames_seen = frames
+        rows[label] = {"seconds": s, "mb_per_s": size / s / 1e6, "frames_per_s": frames_seen / s,
+                       "peak_rss_kib": peak}
+
+    row("dd bs=8M", ["dd", "if=" + path, "of=/dev/null", "bs=8M", "status=none"])
+    row("dd bs=8M iflag=direct", ["dd", "if=" + path, "of=/dev/null", "bs=8M", "iflag=direct", "status=none"])
+    row("ffmpeg -c copy -f null", ["ffmpeg", "-v", "error", "-nostdin", "-i", path, "-map", "0", "-c", "copy",
+                                   "-f", "null", "-"])
+    row("container reader", [r.tool("velloro_benchread"), "container", path], True)
+    row("plug-in (requests)", [r.tool("velloro_benchread"), "plugin", path], True)
+    direct = rows["dd bs=8M iflag=direct"]["mb_per_s"]
+    ffmpeg = rows["ffmpeg -c copy -f null"]["frames_per_s"]
+    for label in ("container reader", "plug-in (requests)"):
+        rows[label]["vs_dd_direct"] = rows[label]["mb_per_s"] / direct
+        rows[label]["vs_ffmpeg_fps"] = rows[label]["frames_per_s"] / ffmpeg
+    return rows
+
+
+def scrub(r, path, count):
+    lines = []
+    for k in range(r.runs):
+        r.drop_cache()
+        _, peak, out = r.timed([r.tool("velloro_benchread"), "scrub", path, str(count), str(1000 + k)], cold=False)
+        j = json_lines([out])[0]
+        j["peak_rss_kib"] = peak
+        lines.append(j)
+    keys = ("plugin_median_us", "plugin_p99_us", "pread_median_us", "pread_p99_us")
+    result = {k: statistics.median(x[k] for x in lines) for k in keys}
+    result["groups"] = lines[0]["groups"]
+    result["peak_rss_kib"] = max(x["peak_rss_kib"] for x in lines)
+    result["median_vs_pread"] = result["plugin_median_us"] / max(result["pread_median_us"], 1e-9)
+    return result
+
+
+def opening(r, path):
+    _, peak, out = r.timed([r.tool("velloro_benchread"), "open", path, str(r.runs)] + (["drop"] if r.drop else []),
+                           cold=False)
+    ours = json_lines([out])[0]
+    probe_s, probe_peak, _ = r.median_of([r.tool("velloro"), "probe", path])
+    ffprobe_s, ffprobe_peak, _ = r.median_of(["ffprobe", "-v", "error", "-show_format", "-show_streams", path])
+    return {"frames": ours["frames"], "riffs": riff_count(path), "open_ms": ours["median_us"] / 1e3,
+            "open_peak_rss_kib": peak, "velloro_probe_ms": probe_s * 1e3, "velloro_probe_peak_rss_kib": probe_peak,
+            "ffprobe_ms": ffprobe_s * 1e3, "ffprobe_peak_rss_kib": ffprobe_peak,
+            "ffprobe_vs_open": ffprobe_s * 1e3 / max(ours["median_us"] / 1e3, 1e-9),
+            "ffprobe_vs_velloro_probe": ffprobe_s / probe_s}
+
+
+def riff_count(path):
+    n, pos, size = 0, 0, os.path.getsize(path)
+    with open(path, "rb") as f:
+        while pos + 8 <= size:
+            f.seek(pos)
+            head = f.read(8)
+            if head[:4] != b"RIFF":
+                break
+            n += 1
+            pos += 8 + int.from_bytes(head[4:8], "little")
+    return n
+
+
+def writing(r, source, frames):
+    size = os.path.getsize(source)
+    out = os.path.join(r.data, "out.avi")
+    sync = lambda: subprocess.run(["sync"], check=True)
+    remove = lambda: os.path.exists(out) and os.remove(out)
+    rows = {}
+
+    def row(label, argv):
+        s, peak, outs = r.median_of(argv, after=sync, cleanup=remove)
+        rows[label] = {"seconds": s, "mb_per_s": size / s / 1e6, "frames_per_s": frames / s, "peak_rss_kib": peak}
+
+    count = str((size + (8 << 20) - 1) // (8 << 20))
+    row("dd bs=8M (+sync)", ["dd", "if=/dev/zero", "of=" + out, "bs=8M", "count=" + count, "status=none"])
+    row("dd bs=8M oflag=direct", ["dd", "if=/dev/zero", "of=" + out, "bs=8M", "count=" + count, "oflag=direct",
+                                  "status=none"])
+    row("ffmpeg -c copy (+sync)", ["ffmpeg", "-v", "error", "-nostdin", "-y", "-i", source, "-map", "0", "-c", "copy",
+                                   out])
+    row("container WriteSamples (+sync)", [r.tool("velloro_benchfiles"), "uyvy", out, str(frames)])
+    velloro_help = subprocess.run([r.tool("velloro")], stderr=subprocess.PIPE, text=True).stderr
+    for command in ("export", "render"):
+        if (" %s " % command) in velloro_help:
+            rows["velloro %s" % command] = {"pending": "the command exists; wire its arguments here"}
+    for label in rows:
+        if "mb_per_s" in rows[label]:
+            rows[label]["vs_dd"] = rows[label]["mb_per_s"] / rows["dd bs=8M (+sync)"]["mb_per_s"]
+            rows[label]["vs_dd_direct"] = rows[label]["mb_per_s"] / rows["dd bs=8M oflag=direct"]["mb_per_s"]
+    return rows
+
+
+def fmt_table(report):
+    lines = []
+    add = lines.append
+    m = report["machine"]
+    add("Velloro AVI benchmarks  (%d runs each, median; page cache %s; load before %s; %s)"
+        % (m["runs"], "dropped before every run" if m["drop_caches"] else "NOT dropped (not permitted)",
+           m["load_before"], m["disk"]))
+    for name, f in report["files"].items():
+        add("")
+        add("== %s: %s, %.0f MB, %d frames, %d RIFF" % (name, f["what"], f["bytes"] / 1e6, f["frames"], f["riffs"]))
+        add("%-32s %9s %9s %10s %9s %10s %10s" % ("sequential read", "s", "MB/s", "frames/s", "RSS MiB",
+                                                  "vs dd dir", "vs ffmpeg"))
+        for label, x in f["read"].items():
+            add("%-32s %9.3f %9.1f %10.1f %9.1f %10s %10s" % (
+                label, x["seconds"], x["mb_per_s"], x["frames_per_s"], x["peak_rss_kib"] / 1024,
+                "%.2f" % x["vs_dd_direct"] if "vs_dd_direct" in x else "",
+                "%.2fx" % x["vs_ffmpeg_fps"] if "vs_ffmpeg_fps" in x else ""))
+        s = f["scrub"]
+        add("scrub %d random %s: plug-in median %.0f us, p99 %.0f us; pread median %.0f us, p99 %.0f us "
+            "(median ratio %.2f); RSS %.1f MiB" % (
+                report["machine"]["scrub_requests"], "GOPs" if s["groups"] else "frames", s["plugin_median_us"],
+                s["plugin_p99_us"], s["pread_median_us"], s["pread_p99_us"], s["median_vs_pread"],
+                s["peak_rss_kib"] / 1024))
+    add("")
+    add("== open (cold cache): openFile + metadata, against ffprobe -show_format -show_streams")
+    add("%-22s %8s %6s %10s %14s %11s %9s %12s" % ("file", "frames", "RIFFs", "open ms", "velloro probe ms",
+                                                   "ffprobe ms", "ffp/open", "ffp/probe"))
+    for name, o in report["open"].items():
+        add("%-22s %8d %6d %10.2f %14.1f %11.1f %8.1fx %11.1fx" % (
+            name, o["frames"], o["riffs"], o["open_ms"], o["velloro_probe_ms"], o["ffprobe_ms"],
+            o["ffprobe_vs_open"], o["ffprobe_vs_velloro_probe"]))
+        add("%-22s peak RSS: open %.1f MiB, velloro probe %.1f MiB, ffprobe %.1f MiB" % (
+            "", o["open_peak_rss_kib"] / 1024, o["velloro_probe_peak_rss_kib"] / 1024,
+            o["ffprobe_peak_rss_kib"] / 1024))
+    if report.get("long_read"):
+        add("")
+        add("== long DV files read through the plug-in (peak RSS must not grow with length)")
+        for name, x in report["long_read"].items():
+            add("%-22s %8.1f MB/s %10.1f frames/s  RSS %.1f MiB" % (name, x["mb_per_s"], x["frames_per_s"],
+                                                                    x["peak_rss_kib"] / 1024))
+    add("")
+    add("== write, %s (%.0f MB)" % (report["write_source"], report["write_bytes"] / 1e6))
+    add("%-32s %9s %9s %10s %9s %8s %10s" % ("", "s", "MB/s", "frames/s", "RSS MiB", "vs dd", "vs dd dir"))
+    for label, x in report["write"].items():
+        if "pending" in x:
+            add("%-32s %s" % (label, x["pending"]))
+            continue
+        add("%-32s %9.3f %9.1f %10.1f %9.1f %8.2f %10.2f" % (label, x["seconds"], x["mb_per_s"], x["frames_per_s"],
+                                                              x["peak_rss_kib"] / 1024, x["vs_dd"],
+                                                              x["vs_dd_direct"]))
+    return "\n".join(lines)
+
+
+def main():
+    ap = argparse.ArgumentParser()
+    ap.add_argument("--bin", required=True)
+    ap.add_argument("--data", required=True)
+    ap.add_argument("--runs", type=int, default=5)
+    ap.add_argument("--hours", type=float, default=1.0, help="length of the long DV file for the open test")
+    ap.add_argument("--scrub", type=int, default=2000)
+    ap.add_argument("--json", help="also write the report as JSON to this file")
+    ap.add_argument("--keep", action="store_true", help="keep the test files")
+    args = ap.parse_args()
+
+    os.makedirs(args.data, exist_ok=True)
+    r = Runner(args.bin, args.data, args.runs)
+    disk = subprocess.run(["df", "-T", args.data], stdout=subprocess.PIPE, text=True).stdout.splitlines()[-1].split()
+    report = {"machine": {"runs": args.runs, "drop_caches": r.drop, "load_before": os.getloadavg()[0],
+                          "cores": os.cpu_count(), "disk": "%s %s" % (disk[0], disk[1]),
+                          "scrub_requests": args.scrub},
+              "files": {}, "open": {}}
+    if disk[1] in ("tmpfs", "ramfs"):
+        print("warning: %s is on %s, not a real disk" % (args.data, disk[1]), file=sys.stderr)
+    frames = 518  # 1920x1080 UYVY with its audio: about 2 GiB
+    made = []
+    files = [("uyvy", "uyvy.avi", frames, "1920x1080 UYVY + 48 kHz stereo PCM"),
+             ("dv", "dv.avi", frames, "144000-byte DV frames, 25 fps + PCM"),
+             ("gop", "gop.avi", 3000, "MPEG-2 long GOP (12), frame-type index + PCM")]
+    try:
+        for kind, name, n, what in files:
+            path = make_file(r, kind, name, n)
+            made.append(path)
+            report["files"][name] = {"what": what, "bytes": os.path.getsize(path), "frames": n,
+                                     "riffs": riff_count(path), "read": sequential(r, path, n),
+                                     "scrub": scrub(r, path, args.scrub)}
+        short = make_file(r, "dv", "dv_10min.avi", 15000)
+        made.append(short)
+        long_ = make_file(r, "dv", "dv_%gh.avi" % args.hours, int(args.hours * 90000))
+        made.append(long_)
+        for path in (short, long_):
+            report["open"][os.path.basename(path)] = opening(r, path)
+        report["long_read"] = {}
+        for path in (short, long_):
+            s, peak, outs = r.timed([r.tool("velloro_benchread"), "plugin", path])
+            j = json_lines([outs])[0]
+            report["long_read"][os.path.basename(path)] = {"seconds": s, "mb_per_s": os.path.getsize(path) / s / 1e6,
+                                                           "frames_per_s": j["frames"] / s, "peak_rss_kib": peak}
+        source = os.path.join(args.data, "uyvy.avi")
+        report["write_source"] = "uyvy.avi"
+        report["write_bytes"] = os.path.getsize(source)
+        report["write"] = writing(r, source, frames)
+    finally:
+        if not args.keep:
+            for path in made:
+                if os.path.exists(path):
+                    os.remove(path)
+    report["machine"]["load_after"] = os.getloadavg()[0]
+    print(fmt_table(report))
+    if args.json:
+        with open(args.json, "w") as f:
+            json.dump(report, f, indent=2)
+
+
+if __name__ == "__main__":
+    main()
