@@ -37,6 +37,7 @@ FileReader::~FileReader()
     freeStreams();
     freeMediaType();
     freeIndex();
+    dropParsedIndexes();
 }
 
 void FileReader::freeStreams()
@@ -58,9 +59,26 @@ void FileReader::freeMediaType()
 
 void FileReader::freeIndex()
 {
-    delete[] m_pIndex;
+    if (m_pIndex && m_Resident.stream >= 0) {
+        if (m_ParsedIndexes.size() >= kParsedIndexSlots) {
+            delete[] m_ParsedIndexes.front().entries;
+            m_ParsedIndexes.erase(m_ParsedIndexes.begin());
+        }
+        m_Resident.entries = m_pIndex;
+        m_ParsedIndexes.push_back(m_Resident);
+    } else {
+        delete[] m_pIndex;
+    }
+    m_Resident = ParsedIndex();
     m_pIndex = nullptr;
     m_nIndexCount = 0;
+}
+
+void FileReader::dropParsedIndexes()
+{
+    for (ParsedIndex& p : m_ParsedIndexes)
+        delete[] p.entries;
+    m_ParsedIndexes.clear();
 }
 
 void FileReader::InitVariables()
@@ -76,6 +94,7 @@ void FileReader::InitVariables()
     m_qwBufferFilePosition = 0;
     m_nCurrentStream = -1;
     freeIndex();
+    dropParsedIndexes();
     m_nMaxGopLength = 1;
     m_nIndexStartSample = 0;
     m_nResidentLength = 0;

@@ -175,6 +175,29 @@ private:
     std::uint32_t m_dwAudioBufferStart = 0;
     std::uint32_t m_dwAudioBufferLength = 0;
     bool m_bTemporalReordering = false;
+
+    // Index chunks parsed before, kept so that making a stream current again
+    // (the read adapter does so before every read) costs no disk read and no
+    // parse. A chunk is known by its stream, its super-index entry (or the
+    // idx1) and the reordering flag, which decide its records.
+    struct ParsedIndex
+    {
+        int stream = -1; // -1: the resident records are not kept
+        std::uint64_t chunk = 0;
+        bool reordering = false;
+        IndexEntry* entries = nullptr;
+        std::uint32_t count = 0;
+        std::uint32_t startSample = 0;
+        std::uint32_t residentLength = 0;
+        std::uint32_t maxGopLength = 1;
+    };
+    static constexpr std::uint64_t kIdx1Chunk = UINT64_MAX;
+    static constexpr std::size_t kParsedIndexSlots = 4;
+    bool residentFromParsed(int stream, std::uint64_t chunk);
+    void markResident(int stream, std::uint64_t chunk);
+    void dropParsedIndexes();
+    ParsedIndex m_Resident;
+    std::vector<ParsedIndex> m_ParsedIndexes;
 };
 
 } // namespace Morvane::Avi

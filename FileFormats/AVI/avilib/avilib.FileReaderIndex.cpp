@@ -94,6 +94,8 @@ unsigned int FileReader::blockAlignOf(int stream) const
 
 bool FileReader::LoadIDX1(int stream)
 {
+    if (ValidStream(stream) && m_dwIdx1Position != 0xFFFFFFFF && residentFromParsed(stream, kIdx1Chunk))
+        return true;
     freeIndex();
     if (!ValidStream(stream) || m_dwIdx1Position == 0xFFFFFFFF)
         return false;
@@ -166,6 +168,7 @@ bool FileReader::LoadIDX1(int stream)
         m_nResidentLength = static_cast<std::uint32_t>(std::min<std::uint64_t>(blocks, 0xFFFFFFFFu));
     else
         m_nResidentLength = count;
+    markResident(stream, kIdx1Chunk);
     return true;
 }
 
@@ -211,6 +214,9 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
         setLastError(L"Failed to find superindex.");
         return false;
     }
+    const std::uint64_t chunk = static_cast<std::uint64_t>(entry - s.m_SuperIndex.data());
+    if (residentFromParsed(stream, chunk))
+        return true;
     m_nIndexStartSample = static_cast<std::uint32_t>(start);
     // The old chunk's records would be misread against the new start.
     freeIndex();
@@ -357,7 +363,42 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
             }
         }
     }
+    markResident(stream, chunk);
     return true;
+}
+
+bool FileReader::residentFromParsed(int stream, std::uint64_t chunk)
+{
+    for (auto it = m_ParsedIndexes.begin(); it != m_ParsedIndexes.end(); ++it) {
+        if (it->stream != stream || it->chunk != chunk || it->reordering != m_bTemporalReordering)
+            continue;
+        ParsedIndex p = *it;
+        m_ParsedIndexes.erase(it);
+        freeIndex();
+        m_pIndex = p.entries;
+        m_nIndexCount = p.count;
+        m_nIndexStartSample = p.startSample;
+        m_nResidentLength = p.residentLength;
+        // Loading the idx1 leaves the maximum GOP length as it was.
+        if (chunk != kIdx1Chunk)
+            m_nMaxGopLength = p.maxGopLength;
+        p.entries = nullptr;
+        m_Resident = p;
+        return true;
+    }
+    return false;
+}
+
+void FileReader::markResident(int stream, std::uint64_t chunk)
+{
+    m_Resident.stream = stream;
+    m_Resident.chunk = chunk;
+    m_Resident.reordering = m_bTemporalReordering;
+    m_Resident.entries = nullptr;
+    m_Resident.count = m_nIndexCount;
+    m_Resident.startSample = m_nIndexStartSample;
+    m_Resident.residentLength = m_nResidentLength;
+    m_Resident.maxGopLength = m_nMaxGopLength;
 }
 
 bool FileReader::ensureSampleInRam(unsigned int sample)

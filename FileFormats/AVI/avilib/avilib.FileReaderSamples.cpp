@@ -20,9 +20,12 @@ HRESULT FileReader::essenceOpen(unsigned int stream)
         setLastError(L"Invalid stream index.");
         return E_INVALIDARG;
     }
-    // The cached audio chunk belongs to the stream that was current.
-    m_dwAudioBufferStart = 0;
-    m_dwAudioBufferLength = 0;
+    // The cached audio chunk belongs to the stream that was current; the
+    // same stream made current again keeps it.
+    if (static_cast<int>(stream) != m_nCurrentStream) {
+        m_dwAudioBufferStart = 0;
+        m_dwAudioBufferLength = 0;
+    }
     bool loaded;
     if (m_pAviStreams[stream].m_dwSuperIndexChunkId != 0) {
         loaded = LoadINDX(static_cast<int>(stream), 0);

@@ -1,0 +1,218 @@
+// Making a stream current again reuses index chunks parsed before: the
+// reader must end up exactly where a fresh load would leave it.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <vector>
+
+#include "FileFormats/AVI/avilib/avilib.FileReader.h"
+#include "FileFormats/AVI/avilib/avilib.MediaType.h"
+#include "common/TempDir.h"
+#include "writer_support.h"
+
+using namespace writertest;
+
+namespace {
+
+// A long-GOP MPEG-2 track (temporal compression: the frame-type index).
+struct Mpeg2Track
+{
+    std::vector<unsigned char> extra = std::vector<unsigned char>(212, 0);
+    TrackStructuralData track = videoTrack("MMES", 720, 576, 25, 1);
+
+    Mpeg2Track()
+    {
+        const std::uint32_t mediaTypeAt = sizeof(EXBMINFOHEADER);
+        std::memcpy(extra.data(), &mediaTypeAt, 4);
+        SERIALIZED_MEDIA_TYPE mt = {};
+        mt.majortype = MEDIATYPE_Video;
+        mt.subtype = MEDIASUBTYPE_MPEG2_VIDEO;
+        mt.bTemporalCompression = 1;
+        mt.formattype = FORMAT_MPEG2_VIDEO;
+        mt.cbFormat = sizeof(MPEG2VIDEOINFO);
+        std::memcpy(extra.data() + 4, &mt, sizeof mt);
+        track.pExtraData = extra.data();
+        track.cbExtra = 212;
+        track.Data.VInfo.gopLength = 12;
+    }
+};
+
+// Writes `frames` frames of video (100 + f % 9 bytes) and 4-byte audio; a
+// long-GOP file stores GOPs of gopA frames up to `switchAt`, then of gopB,
+// each as I P B B ... with the P shown last.
+void writeFile(const std::wstring& path, bool longGop, std::uint32_t frames, std::uint32_t switchAt = 0,
+               std::uint32_t gopA = 4, std::uint32_t gopB = 10)
+{
+    Mpeg2Track mpeg2;
+    std::vector<TrackStructuralData> tracks = {longGop ? mpeg2.track : videoTrack("M101", 720, 576, 25, 1),
+                                               audioTrack(1, 100)};
+    tracks[1].Data.AInfo.blockAlign = 4;
+    FileWriter w;
+    ASSERT_EQ(w.create(path, tracks.data(), 2), S_OK);
+    std::uint32_t gopStart = 0;
+    for (std::uint32_t f = 0; f < frames; ++f) {
+        std::uint32_t gop = f < switchAt ? gopA : gopB;
+        if (f - gopStart == gop || (f == switchAt && f != gopStart))
+            gopStart = f;
+        std::uint32_t k = f - gopStart;
+        std::uint32_t type = 4, display = kDisplayNumberNotGiven;
+        if (longGop) {
+            std::uint32_t length = std::min(gop, (f < switchAt ? switchAt : frames) - gopStart);
+            type = k == 0 ? 4 : k == 1 ? 16 : 8;
+            display = gopStart + (k == 0 ? 0 : k == 1 ? length - 1 : k - 1);
+        }
+        std::vector<unsigned char> v = payload(0, f, 100 + f % 9), a = payload(1, f, 4);
+        TrackData td[2] = {{v.data(), static_cast<std::uint32_t>(v.size()), display, type, 0},
+                           {a.data(), 4, kDisplayNumberNotGiven, 4, 0}};
+        ASSERT_EQ(w.WriteSamples(td, 2), S_OK) << "frame " << f;
+    }
+    w.close();
+}
+
+struct Resident
+{
+    std::uint32_t start, length, count, maxGop;
+    std::vector<std::uint64_t> offsets;
+    std::vector<std::uint32_t> sizes, locations;
+
+    bool operator==(const Resident&) const = default;
+};
+
+Resident resident(FileReader& r, unsigned sample)
+{
+    Resident x{};
+    IndexEntry* e = nullptr;
+    EXPECT_EQ(r.get_IndexEntry(sample, &e), S_OK) << "sample " << sample;
+    x.start = r.get_IndexStartSample();
+    x.length = r.get_ResidentLength();
+    x.count = r.get_IndexCount();
+    x.maxGop = r.get_MaxGopLength();
+    for (unsigned i = 0; i < x.count; i += 97) {
+        if (r.get_IndexEntry(x.start + i, &e) != S_OK) {
+            ADD_FAILURE() << "no record " << x.start + i;
+            break;
+        }
+        x.offsets.push_back(e->offset);
+        x.sizes.push_back(e->size);
+        x.locations.push_back(e->realLocation);
+    }
+    return x;
+}
+
+// The state a reader that has never loaded anything reaches.
+Resident fresh(const std::wstring& path, int stream, unsigned sample, bool reordering = false)
+{
+    FileReader r;
+    EXPECT_EQ(r.load(path), S_OK);
+    EXPECT_EQ(r.essenceOpen(stream), S_OK);
+    if (reordering) {
+        EXPECT_TRUE(r.set_TemporalReordering(true));
+    }
+    return resident(r, sample);
+}
+
+} // namespace
+
+TEST(ReaderIndexReuse, ReopeningAStreamGivesTheStateOfAFreshLoad)
+{
+    testutil::TempDir dir;
+    struct Case
+    {
+        const char* name;
+        bool longGop;
+        std::uint32_t frames, switchAt, later; // `later` lies in the second index chunk
+    } cases[] = {
+        {"standard index", false, 8300, 0, 8250},
+        // GOPs of 4 in the first frame-type chunk, of 10 in the second: the
+        // maximum GOP length belongs to the resident chunk.
+        {"frame-type index", true, 2900, 2728, 2800},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::wstring path = dir.file("reuse.avi");
+        writeFile(path, c.longGop, c.frames, c.switchAt);
+        const Resident first = fresh(path, 0, 0), second = fresh(path, 0, c.later);
+        ASSERT_NE(first.start, second.start);
+        if (c.longGop) {
+            EXPECT_NE(first.maxGop, second.maxGop);
+        }
+
+        FileReader r;
+        ASSERT_EQ(r.load(path), S_OK);
+        for (int round = 0; round < 3; ++round) {
+            SCOPED_TRACE(round);
+            ASSERT_EQ(r.essenceOpen(0), S_OK);
+            EXPECT_EQ(resident(r, c.later), second);
+            ASSERT_EQ(r.essenceOpen(0), S_OK);
+            EXPECT_EQ(r.get_IndexStartSample(), 0u);
+            EXPECT_EQ(r.get_MaxGopLength(), first.maxGop);
+            EXPECT_EQ(resident(r, 0), first);
+            // The audio stream in between takes the resident place.
+            ASSERT_EQ(r.essenceOpen(1), S_OK);
+            EXPECT_EQ(resident(r, 0), fresh(path, 1, 0));
+        }
+        if (c.longGop) {
+            // Reordered records are other records: the flag is part of what a
+            // reused chunk must match, both ways.
+            const Resident reordered = fresh(path, 0, 0, true);
+            ASSERT_NE(reordered.offsets, first.offsets);
+            ASSERT_EQ(r.essenceOpen(0), S_OK);
+            EXPECT_TRUE(r.set_TemporalReordering(true));
+            EXPECT_EQ(resident(r, 0), reordered);
+            for (bool on : {true, false}) {
+                EXPECT_TRUE(r.set_TemporalReordering(on));
+                ASSERT_EQ(r.essenceOpen(1), S_OK);
+                ASSERT_EQ(r.essenceOpen(0), S_OK);
+                EXPECT_EQ(resident(r, 0), on ? reordered : first);
+            }
+        }
+    }
+}
+
+TEST(ReaderIndexReuse, ANewFileNeverSeesTheRecordsOfTheLastOne)
+{
+    testutil::TempDir dir;
+    const std::wstring a = dir.file("a.avi"), b = dir.file("b.avi");
+    writeFile(a, false, 300);
+    writeFile(b, false, 200);
+    FileReader r;
+    ASSERT_EQ(r.load(a), S_OK);
+    ASSERT_EQ(r.essenceOpen(0), S_OK);
+    ASSERT_EQ(r.essenceOpen(1), S_OK);
+    r.close();
+    ASSERT_EQ(r.load(b), S_OK);
+    ASSERT_EQ(r.essenceOpen(0), S_OK);
+    EXPECT_EQ(resident(r, 0), fresh(b, 0, 0));
+    EXPECT_EQ(r.get_Length(0), 200u);
+}
+
+TEST(ReaderIndexReuse, AudioReadsAcrossReopensReturnTheSameBytes)
+{
+    testutil::TempDir dir;
+    const std::wstring path = dir.file("audio.avi");
+    writeFile(path, false, 400);
+    auto readAll = [&](bool reopen) {
+        FileReader r;
+        EXPECT_EQ(r.load(path), S_OK);
+        EXPECT_EQ(r.essenceOpen(1), S_OK);
+        std::vector<unsigned char> all, buf(64);
+        // Three samples at a time against one-sample chunks: each read spans chunks.
+        for (unsigned first = 0; first < 400; first += 3) {
+            if (reopen) {
+                EXPECT_EQ(r.essenceOpen(0), S_OK);
+                EXPECT_EQ(r.essenceOpen(1), S_OK);
+                EXPECT_EQ(r.essenceOpen(1), S_OK);
+            }
+            unsigned offset = 0, bytes = 0;
+            HRESULT hr = r.ReadAudio(first, std::min(3u, 400 - first), buf.data(), 64, &offset, &bytes);
+            EXPECT_EQ(hr, S_OK) << first;
+            all.insert(all.end(), buf.begin() + offset, buf.begin() + offset + bytes);
+        }
+        return all;
+    };
+    std::vector<unsigned char> plain = readAll(false);
+    ASSERT_EQ(plain.size(), 400u * 4);
+    EXPECT_EQ(readAll(true), plain);
+    EXPECT_EQ(std::vector<unsigned char>(plain.begin(), plain.begin() + 4), payload(1, 0, 4));
+    EXPECT_EQ(std::vector<unsigned char>(plain.end() - 4, plain.end()), payload(1, 399, 4));
+}
