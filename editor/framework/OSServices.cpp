@@ -1,3 +1,5 @@
+#include <malloc.h>
+
 #include <atomic>
 #include <cerrno>
 #include <cstdlib>
@@ -12,6 +14,12 @@
 namespace {
 
 constexpr std::size_t kAlignedFrom = 4096;
+
+// Read requests are served on up to 32 threads. The C library would give
+// each its own arena, and every arena keeps the frame-sized blocks freed in
+// it, so the editor's memory would grow with its thread count; two arenas
+// serve requests that one file lock serialises anyway.
+const bool g_fewArenas = [] { return mallopt(M_ARENA_MAX, 2) == 1; }();
 
 std::atomic<std::uint64_t> g_allocations{0};
 std::atomic<std::uint64_t> g_frees{0};
