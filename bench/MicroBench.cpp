@@ -174,7 +174,8 @@ void ReadVideoRun(benchmark::State& state)
     if (!openStream(r, dvPath(), true, state))
         return;
     const unsigned run = static_cast<unsigned>(state.range(0));
-    const unsigned capacity = run * (kDvFrame + kAudioFrame + 64) + 2 * kAlign;
+    // Each frame brings its audio chunk, chunk headers and sector padding.
+    const unsigned capacity = run * (kDvFrame + kAudioFrame + 2 * kAlign) + 2 * kAlign;
     auto buf = block(capacity);
     std::vector<unsigned> offsets, sizes;
     unsigned first = 0;
