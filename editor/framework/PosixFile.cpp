@@ -5,13 +5,17 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 
 #include "DriveInfo.h"
+#include "vlhost/HostStats.h"
 
 namespace vlhost {
 
 namespace {
+
+std::atomic<std::uint64_t> g_writeCalls{0};
 
 int openRetrying(const char* path, int flags, mode_t mode)
 {
@@ -23,6 +27,11 @@ int openRetrying(const char* path, int flags, mode_t mode)
 }
 
 } // namespace
+
+std::uint64_t fileWriteCalls()
+{
+    return g_writeCalls.load(std::memory_order_relaxed);
+}
 
 Vl::Ptr<iFile> PosixFile::open(const std::string& path, eAccess access, eOpenBehaviour behaviour, eFlags flags,
                                const FileFaults& faults)
@@ -126,6 +135,7 @@ bool PosixFile::write(const void* buf, std::uint64_t n)
     if (faults_.writeLimit >= 0)
         allowed = std::min<std::uint64_t>(n, static_cast<std::uint64_t>(std::max<std::int64_t>(faults_.writeLimit - written_, 0)));
     ++writeCalls_;
+    g_writeCalls.fetch_add(1, std::memory_order_relaxed);
     int failure = 0; // errno of an injected failure of this call
     if (faults_.diskFullFromWriteCall > 0 && writeCalls_ >= faults_.diskFullFromWriteCall) {
         if (fullSize_ < 0)

@@ -13,6 +13,9 @@ struct MemoryStats
 };
 MemoryStats memoryStats();
 
+// Write calls made on files the stand-in opened, since the process started.
+std::uint64_t fileWriteCalls();
+
 // Lines written by Log (log 0) and LogBoth (log 1), oldest first.
 std::vector<std::string> logLines(int log);
 void clearLogs();
