@@ -41,15 +41,9 @@ AllocationWatch::AllocationWatch()
     ++g_watches;
 }
 
-AllocationWatch::~AllocationWatch()
-{
-    --g_watches;
-}
+AllocationWatch::~AllocationWatch() { --g_watches; }
 
-std::size_t AllocationWatch::largest() const
-{
-    return g_largest.load();
-}
+std::size_t AllocationWatch::largest() const { return g_largest.load(); }
 
 } // namespace avitest
 
@@ -60,28 +54,16 @@ void* operator new(std::size_t n)
         return p;
     throw std::bad_alloc();
 }
-void* operator new[](std::size_t n)
-{
-    return operator new(n);
-}
-void* operator new(std::size_t n, const std::nothrow_t&) noexcept
-{
-    return allocate(n, 0);
-}
-void* operator new[](std::size_t n, const std::nothrow_t&) noexcept
-{
-    return allocate(n, 0);
-}
 void* operator new(std::size_t n, std::align_val_t a)
 {
     if (void* p = allocate(n, static_cast<std::size_t>(a)))
         return p;
     throw std::bad_alloc();
 }
-void* operator new[](std::size_t n, std::align_val_t a)
-{
-    return operator new(n, a);
-}
+void* operator new[](std::size_t n) { return operator new(n); }
+void* operator new[](std::size_t n, std::align_val_t a) { return operator new(n, a); }
+void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return allocate(n, 0); }
+void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { return allocate(n, 0); }
 void* operator new(std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept
 {
     return allocate(n, static_cast<std::size_t>(a));
@@ -90,35 +72,11 @@ void* operator new[](std::size_t n, std::align_val_t a, const std::nothrow_t&) n
 {
     return allocate(n, static_cast<std::size_t>(a));
 }
-void operator delete(void* p) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, std::size_t) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, std::align_val_t) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p, std::align_val_t) noexcept
-{
-    std::free(p);
-}
-void operator delete(void* p, std::size_t, std::align_val_t) noexcept
-{
-    std::free(p);
-}
-void operator delete[](void* p, std::size_t, std::align_val_t) noexcept
-{
-    std::free(p);
-}
+void operator delete(void* p) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void operator delete(void* p, std::align_val_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::align_val_t) noexcept { std::free(p); }
+void operator delete(void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }
+void operator delete[](void* p, std::size_t, std::align_val_t) noexcept { std::free(p); }

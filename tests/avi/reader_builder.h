@@ -75,6 +75,34 @@ Bytes bytesOf(const T& v)
     return Bytes(p, p + sizeof v);
 }
 
+template <class T>
+Bytes bytesOf(const std::vector<T>& records)
+{
+    Bytes out;
+    for (const T& r : records) {
+        Bytes one = bytesOf(r);
+        out.insert(out.end(), one.begin(), one.end());
+    }
+    return out;
+}
+
+inline std::uint32_t get32(const Bytes& b, std::size_t at)
+{
+    std::uint32_t v;
+    std::memcpy(&v, &b[at], 4);
+    return v;
+}
+inline void put32(Bytes& b, std::size_t at, std::uint32_t v) { std::memcpy(&b[at], &v, 4); }
+inline void put64(Bytes& b, std::size_t at, std::uint64_t v) { std::memcpy(&b[at], &v, 8); }
+
+// A JUNK chunk of n zero bytes.
+inline Bytes junk(std::size_t n)
+{
+    RiffBuilder j;
+    j.chunk("JUNK", Bytes(n, 0));
+    return j.bytes();
+}
+
 inline void writeFile(const std::string& path, const Bytes& b)
 {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);

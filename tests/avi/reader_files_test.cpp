@@ -13,6 +13,7 @@
 
 #include "AviFrameMd5.h"
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"
+#include "common/FfmpegFiles.h"
 #include "util/stringUtils.h"
 
 using Morvane::makeFourCC;
@@ -20,46 +21,11 @@ using Morvane::Avi::FileReader;
 
 namespace {
 
-std::string dataPath(const std::string& name)
-{
-    const char* root = std::getenv("VELLORO_SOURCE_DIR");
-    return std::string(root ? root : ".") + "/tests/data/" + name;
-}
+using testutil::comparable;
+using testutil::dataPath;
+using testutil::slurp;
 
-// The lines that both sides must agree on: dts, size and hash of every
-// video packet (ffmpeg's pts and side data are its own), and the audio MD5s.
-std::vector<std::string> comparable(const std::string& text)
-{
-    std::vector<std::string> out;
-    std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#')
-            continue;
-        if (line.rfind("audio", 0) == 0) {
-            out.push_back(line);
-            continue;
-        }
-        std::vector<std::string> f;
-        std::stringstream ss(line);
-        std::string field;
-        while (std::getline(ss, field, ','))
-            f.push_back(field.substr(field.find_first_not_of(' ')));
-        if (f.size() >= 6)
-            out.push_back(f[0] + " " + f[1] + " " + f[4] + " " + f[5]);
-    }
-    return out;
-}
-
-std::string slurp(const std::string& path)
-{
-    std::ifstream in(path);
-    std::stringstream ss;
-    ss << in.rdbuf();
-    return ss.str();
-}
-
-class FfmpegFiles : public testing::TestWithParam<const char*>
+class FfmpegFiles : public testing::TestWithParam<std::string>
 {};
 
 TEST_P(FfmpegFiles, PacketsAndAudioMatchFfmpeg)
@@ -74,8 +40,7 @@ TEST_P(FfmpegFiles, PacketsAndAudioMatchFfmpeg)
 }
 
 INSTANTIATE_TEST_SUITE_P(Reader, FfmpegFiles,
-                         testing::Values("uyvy_pcm16.avi", "yuy2_pcm16.avi", "dv_pal.avi", "dv_ntsc.avi", "dv50.avi",
-                                         "mjpeg.avi", "mpeg2_bframes.avi", "pcm24_6ch.avi", "audio_only.avi"));
+                         testing::ValuesIn(testutil::corpus()));
 
 struct Expected
 {

@@ -14,29 +14,6 @@ using namespace writertest;
 
 namespace {
 
-// A long-GOP MPEG-2 track (temporal compression: the frame-type index).
-struct Mpeg2Track
-{
-    std::vector<unsigned char> extra = std::vector<unsigned char>(212, 0);
-    TrackStructuralData track = videoTrack("MMES", 720, 576, 25, 1);
-
-    Mpeg2Track()
-    {
-        const std::uint32_t mediaTypeAt = sizeof(EXBMINFOHEADER);
-        std::memcpy(extra.data(), &mediaTypeAt, 4);
-        SERIALIZED_MEDIA_TYPE mt = {};
-        mt.majortype = MEDIATYPE_Video;
-        mt.subtype = MEDIASUBTYPE_MPEG2_VIDEO;
-        mt.bTemporalCompression = 1;
-        mt.formattype = FORMAT_MPEG2_VIDEO;
-        mt.cbFormat = sizeof(MPEG2VIDEOINFO);
-        std::memcpy(extra.data() + 4, &mt, sizeof mt);
-        track.pExtraData = extra.data();
-        track.cbExtra = 212;
-        track.Data.VInfo.gopLength = 12;
-    }
-};
-
 // Writes `frames` frames of video (100 + f % 9 bytes) and 4-byte audio; a
 // long-GOP file stores GOPs of gopA frames up to `switchAt`, then of gopB,
 // each as I P B B ... with the P shown last.

@@ -66,14 +66,8 @@ Bytes build(const Simple& s)
     }
     b.end(movi);
     b.patch32(movi, static_cast<std::uint32_t>(b.pos() - movi - 4) + s.moviSizeDelta);
-    if (s.idx1) {
-        Bytes idx;
-        for (const auto& e : entries) {
-            Bytes one = bytesOf(e);
-            idx.insert(idx.end(), one.begin(), one.end());
-        }
-        b.chunk("idx1", idx);
-    }
+    if (s.idx1)
+        b.chunk("idx1", bytesOf(entries));
     b.end(riff);
     return b.bytes();
 }
@@ -112,119 +106,79 @@ struct Case
     const char* text;
 };
 
-Bytes with(std::function<void(Simple&)> f)
+std::function<Bytes()> with(std::function<void(Simple&)> f)
 {
-    Simple s;
-    f(s);
-    return build(s);
+    return [=] {
+        Simple s;
+        f(s);
+        return build(s);
+    };
+}
+
+// The simple file with one byte changed.
+std::function<Bytes()> poked(std::size_t at, std::uint8_t v)
+{
+    return [=] {
+        Bytes b = build(Simple());
+        b[at] = v;
+        return b;
+    };
+}
+
+// The simple file with its own indx chunks after the video strf.
+std::function<Bytes()> withIndx(std::uint32_t cb, std::uint16_t longs, std::uint8_t subType, std::uint8_t type,
+                                std::uint32_t entries, const char (&chunkId)[5], std::uint32_t written, int copies = 1)
+{
+    Bytes one = indx(cb, longs, subType, type, entries, chunkId, written);
+    return with([=](Simple& s) {
+        for (int i = 0; i < copies; ++i)
+            s.afterStrf.insert(s.afterStrf.end(), one.begin(), one.end());
+    });
 }
 
 const Case kCases[] = {
     {"ZeroLength", [] { return Bytes(); }, Stage::Load, E_INVALID_STATE, "Failed to open file, zero length."},
-    {"NotRiff",
-     [] {
-         Bytes b = build(Simple());
-         b[0] = 'X';
-         return b;
-     },
-     Stage::Load, E_FAIL, "File is not an avi file."},
-    {"NotAviForm",
-     [] {
-         Bytes b = build(Simple());
-         b[8] = 'W';
-         return b;
-     },
-     Stage::Load, E_FAIL, "File is not an avi file."},
+    {"NotRiff", poked(0, 'X'), Stage::Load, E_FAIL, "File is not an avi file."},
+    {"NotAviForm", poked(8, 'W'), Stage::Load, E_FAIL, "File is not an avi file."},
     {"TooShortForRiff", [] { return Bytes{'R', 'I', 'F', 'F'}; }, Stage::Load, E_FAIL, "File is not an avi file."},
-    {"NoHdrl",
-     [] {
-         Bytes b = build(Simple());
-         b[20] = 'x';
-         return b;
-     },
-     Stage::Load, E_FAIL, "Failed to find hdrl chunk."},
-    {"HdrlTooLarge",
-     [] {
-         Bytes b = build(Simple());
-         RiffBuilder p;
-         p.bytes() = b;
-         p.patch32(16, 0x100000);
-         return p.bytes();
-     },
-     Stage::Load, E_FAIL, "'hdrl' chunk is too large."},
+    {"NoHdrl", poked(20, 'x'), Stage::Load, E_FAIL, "Failed to find hdrl chunk."},
+    {"HdrlTooLarge", [] { Bytes b = build(Simple()); return put32(b, 16, 0x100000), b; }, Stage::Load, E_FAIL, "'hdrl' chunk is too large."},
     // hdrl just over the first 0x30000-byte buffer: the second pass asks for
     // hdrl + 4108 bytes, not a whole number of sectors.
-    {"SecondHeaderPass",
-     [] {
-         return with([](Simple& s) {
-             RiffBuilder j;
-             j.chunk("JUNK", Bytes(0x30000, 0));
-             s.hdrlTail = j.bytes();
-         });
-     },
-     Stage::Load, E_INSUFFICIENT_BUFFER, "Failed to read header data."},
-    {"NoStreams", [] { return with([](Simple& s) { s.avih.dwStreams = 0; }); }, Stage::Load, E_FAIL,
-     "No streams found in header."},
-    {"AbsurdStreamCount", [] { return with([](Simple& s) { s.avih.dwStreams = 0xFFFFFFFF; }); }, Stage::Load,
-     E_OUTOFMEMORY, "Failed to allocate stream array memory."},
-    {"StrhBeforeAvih", [] { return with([](Simple& s) { s.avihFirst = false; }); }, Stage::Load, E_FAIL,
-     "Stream array is null."},
-    {"StrfBeforeAvih",
-     [] {
-         return with([](Simple& s) {
-             s.avihFirst = false;
-             s.vstrh.fcc = Morvane::makeFourCC("JUNK");
-         });
-     },
+    {"SecondHeaderPass", with([](Simple& s) { s.hdrlTail = junk(0x30000); }), Stage::Load, E_INSUFFICIENT_BUFFER,
+     "Failed to read header data."},
+    {"NoStreams", with([](Simple& s) { s.avih.dwStreams = 0; }), Stage::Load, E_FAIL, "No streams found in header."},
+    {"AbsurdStreamCount", with([](Simple& s) { s.avih.dwStreams = 0xFFFFFFFF; }), Stage::Load, E_OUTOFMEMORY,
+     "Failed to allocate stream array memory."},
+    {"StrhBeforeAvih", with([](Simple& s) { s.avihFirst = false; }), Stage::Load, E_FAIL, "Stream array is null."},
+    {"StrfBeforeAvih", with([](Simple& s) { s.avihFirst = false, s.vstrh.fcc = Morvane::makeFourCC("JUNK"); }),
      Stage::Load, E_FAIL, "Stream array is null2."},
-    {"AudioStrfUnder14", [] { return with([](Simple& s) { s.astrf.resize(12); }); }, Stage::Load, E_FAIL,
+    {"AudioStrfUnder14", with([](Simple& s) { s.astrf.resize(12); }), Stage::Load, E_FAIL,
      "Invalid size for wav format data."},
-    {"AudioWithoutChannels",
-     [] {
-         return with([](Simple& s) {
-             s.astrf.resize(14);
-             s.astrf[2] = 0;
-         });
-     },
-     Stage::Load, E_FAIL, "Invalid wav format data: no channels."},
-    {"TypeOneDv", [] { return with([](Simple& s) { s.vstrh.fccType = Morvane::makeFourCC("iavs"); }); },
-     Stage::Load, E_NOT_SUPPORTED, "type 1 AVI unsupported."},
+    {"AudioWithoutChannels", with([](Simple& s) { s.astrf.resize(14), s.astrf[2] = 0; }), Stage::Load, E_FAIL,
+     "Invalid wav format data: no channels."},
+    {"TypeOneDv", with([](Simple& s) { s.vstrh.fccType = Morvane::makeFourCC("iavs"); }), Stage::Load,
+     E_NOT_SUPPORTED, "type 1 AVI unsupported."},
     // indx faults do not fail the header walk; they leave their text and no super index.
-    {"IndxUnder48", [] { return with([](Simple& s) { s.afterStrf = indx(40, 4, 0, 0, 1, "00dc"); }); },
-     Stage::Load, S_OK, "INDX chunk size was invalid."},
-    {"IndxTooSmallForEntries",
-     [] { return with([](Simple& s) { s.afterStrf = indx(56, 4, 0, 0, 3, "00dc"); }); }, Stage::Load, S_OK,
+    {"IndxUnder48", withIndx(40, 4, 0, 0, 1, "00dc", 0), Stage::Load, S_OK, "INDX chunk size was invalid."},
+    {"IndxTooSmallForEntries", withIndx(56, 4, 0, 0, 3, "00dc", 0), Stage::Load, S_OK,
      "INDX chunk size was invalid2."},
-    {"IndxEntriesNotThere",
-     [] { return with([](Simple& s) { s.afterStrf = indx(64, 4, 0, 0, 4, "00dc", 2); }); }, Stage::Load, S_OK,
-     "INDX chunk size was invalid2."},
-    {"IndxLongsPerEntry", [] { return with([](Simple& s) { s.afterStrf = indx(88, 2, 0, 0, 1, "00dc", 1); }); },
-     Stage::Load, S_OK, "INDX chunk wLongsPerEntry was not 4."},
-    {"IndxNotIndexOfIndexes",
-     [] { return with([](Simple& s) { s.afterStrf = indx(88, 4, 0, 1, 1, "00dc", 1); }); }, Stage::Load, S_OK,
+    {"IndxEntriesNotThere", withIndx(64, 4, 0, 0, 4, "00dc", 2), Stage::Load, S_OK, "INDX chunk size was invalid2."},
+    {"IndxLongsPerEntry", withIndx(88, 2, 0, 0, 1, "00dc", 1), Stage::Load, S_OK,
+     "INDX chunk wLongsPerEntry was not 4."},
+    {"IndxNotIndexOfIndexes", withIndx(88, 4, 0, 1, 1, "00dc", 1), Stage::Load, S_OK,
      "INDX chunk bIndexSubType was not zero which is not supported."},
-    {"IndxStreamOutOfRange",
-     [] { return with([](Simple& s) { s.afterStrf = indx(88, 4, 0, 0, 1, "07dc", 1); }); }, Stage::Load, S_OK,
+    {"IndxStreamOutOfRange", withIndx(88, 4, 0, 0, 1, "07dc", 1), Stage::Load, S_OK,
      "INDX chunk referenced invalid stream index."},
-    {"IndxSubTypeUnknown",
-     [] { return with([](Simple& s) { s.afterStrf = indx(88, 4, 5, 0, 1, "00dc", 1); }); }, Stage::Load, S_OK,
+    {"IndxSubTypeUnknown", withIndx(88, 4, 5, 0, 1, "00dc", 1), Stage::Load, S_OK,
      "INDX chunk bIndexSubType was not a supported value."},
-    {"IndxTwice",
-     [] {
-         return with([](Simple& s) {
-             s.afterStrf = indx(88, 4, 0, 0, 1, "00dc", 1);
-             Bytes again = indx(88, 4, 0, 0, 1, "00dc", 1);
-             s.afterStrf.insert(s.afterStrf.end(), again.begin(), again.end());
-         });
-     },
-     Stage::Load, S_OK, "INDX chunk already allocated."},
+    {"IndxTwice", withIndx(88, 4, 0, 0, 1, "00dc", 1, 2), Stage::Load, S_OK, "INDX chunk already allocated."},
     // The one super index entry points at 1 MiB, far past the end.
-    {"SuperIndexPastEnd", [] { return with([](Simple& s) { s.afterStrf = indx(88, 4, 0, 0, 1, "00dc", 1); }); },
-     Stage::Open, E_FAIL, "Failed to seek to indx entry."},
-    {"MoviPastEndAndNoIndex", [] { return with([](Simple& s) { s.moviSizeDelta = 0x10000; }); }, Stage::Open,
-     E_FAIL, "No index table."},
-    {"Idx1OffsetsPastEnd", [] { return with([](Simple& s) { s.idx1OffsetDelta = 0x100000; }); }, Stage::Read,
-     E_FAIL, "Frame[0] Failed to read from disk. "},
+    {"SuperIndexPastEnd", withIndx(88, 4, 0, 0, 1, "00dc", 1), Stage::Open, E_FAIL, "Failed to seek to indx entry."},
+    {"MoviPastEndAndNoIndex", with([](Simple& s) { s.moviSizeDelta = 0x10000; }), Stage::Open, E_FAIL,
+     "No index table."},
+    {"Idx1OffsetsPastEnd", with([](Simple& s) { s.idx1OffsetDelta = 0x100000; }), Stage::Read, E_FAIL,
+     "Frame[0] Failed to read from disk. "},
 };
 
 class Malformed : public testing::TestWithParam<Case>
@@ -265,31 +219,21 @@ TEST(ReaderHeader, QuirksOfTheWalk)
     // A short strh consumes no record; a 16-byte audio strf derives its bits
     // from block align and channels; dwScale 0 gives rate 0.
     Simple s;
+    Bytes shortStrh = bytesOf(streamHeader("vids", "xxxx", 1, 1, 1));
     RiffBuilder extra;
-    AVISTREAMHEADER shortStrh = streamHeader("vids", "xxxx", 1, 1, 1);
-    extra.chunk("strh", Bytes(reinterpret_cast<std::uint8_t*>(&shortStrh) + 8,
-                              reinterpret_cast<std::uint8_t*>(&shortStrh) + 8 + 40));
-    s.afterStrf = {};
+    extra.chunk("strh", Bytes(shortStrh.begin() + 8, shortStrh.begin() + 48));
     s.vstrh.dwScale = 0;
     WAVEFORMATEX w = pcm(2, 16, 48000);
     w.wBitsPerSample = 99;
-    s.astrf = Bytes(reinterpret_cast<std::uint8_t*>(&w), reinterpret_cast<std::uint8_t*>(&w) + 16);
+    s.astrf = bytesOf(w);
+    s.astrf.resize(16);
     Bytes file = build(s);
-    // Put the short strh in front of the first strh.
-    RiffBuilder b;
-    b.bytes() = file;
+    // Put the short strh in front of the first strh and grow RIFF, hdrl and strl by it.
     std::size_t at = 12 + 12 + 64 + 12; // RIFF, LIST hdrl, avih, LIST strl
     file.insert(file.begin() + static_cast<long>(at), extra.bytes().begin(), extra.bytes().end());
-    RiffBuilder p;
-    p.bytes() = file;
-    std::uint32_t v;
-    std::memcpy(&v, &file[16], 4);
-    p.patch32(16, v + static_cast<std::uint32_t>(extra.bytes().size()));
-    std::memcpy(&v, &file[at - 8], 4);
-    p.patch32(at - 8, v + static_cast<std::uint32_t>(extra.bytes().size()));
-    std::memcpy(&v, &file[4], 4);
-    p.patch32(4, v + static_cast<std::uint32_t>(extra.bytes().size()));
-    writeFile(path, p.bytes());
+    for (std::size_t size : {std::size_t(4), std::size_t(16), at - 8})
+        put32(file, size, get32(file, size) + static_cast<std::uint32_t>(extra.bytes().size()));
+    writeFile(path, file);
 
     Morvane::Avi::FileReader r;
     ASSERT_EQ(r.load(convertString(path)), S_OK) << convertString(r.getLastError());
@@ -318,12 +262,7 @@ TEST(ReaderHeader, SecondPassOfWholeSectorsSucceeds)
     Simple s;
     Bytes probe = build(s);
     // hdrl + 4108 a multiple of 512 and hdrl + 12 over 0x30000.
-    std::uint32_t hdrl;
-    std::memcpy(&hdrl, &probe[16], 4);
-    std::uint32_t want = 0x31200 - 4108;
-    RiffBuilder j;
-    j.chunk("JUNK", Bytes(want - hdrl - 8, 0));
-    s.hdrlTail = j.bytes();
+    s.hdrlTail = junk(0x31200 - 4108 - get32(probe, 16) - 8);
     writeFile(path, build(s));
     Morvane::Avi::FileReader r;
     ASSERT_EQ(r.load(convertString(path)), S_OK) << convertString(r.getLastError());

@@ -32,27 +32,14 @@ constexpr std::uint32_t kAudioBytes = 4;
 // intra frames only.
 struct Tracks
 {
-    std::vector<unsigned char> extra = std::vector<unsigned char>(212, 0);
+    Mpeg2Track video;
     std::vector<TrackStructuralData> tracks;
 
     Tracks()
     {
-        const std::uint32_t mediaTypeAt = sizeof(EXBMINFOHEADER);
-        std::memcpy(extra.data(), &mediaTypeAt, 4);
-        SERIALIZED_MEDIA_TYPE mt = {};
-        mt.majortype = MEDIATYPE_Video;
-        mt.subtype = MEDIASUBTYPE_MPEG2_VIDEO;
-        mt.bTemporalCompression = 1;
-        mt.formattype = FORMAT_MPEG2_VIDEO;
-        mt.cbFormat = sizeof(MPEG2VIDEOINFO);
-        std::memcpy(extra.data() + 4, &mt, sizeof mt);
-        TrackStructuralData v = videoTrack("MMES", 720, 576, 25, 1);
-        v.pExtraData = extra.data();
-        v.cbExtra = 212;
-        v.Data.VInfo.gopLength = 12;
         TrackStructuralData a = audioTrack(1, 100);
         a.Data.AInfo.blockAlign = 4;
-        tracks = {v, a};
+        tracks = {video.track, a};
     }
 };
 

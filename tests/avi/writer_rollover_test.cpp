@@ -9,32 +9,6 @@ using namespace writertest;
 
 namespace {
 
-// A long-GOP MPEG-2 track: its media type says temporal compression, so
-// the stream gets the IBP index. The codec data is the offset of the media
-// type in the stream format, the media type and its MPEG-2 format block.
-struct Mpeg2Track
-{
-    std::vector<unsigned char> extra = std::vector<unsigned char>(212, 0);
-    TrackStructuralData track = videoTrack("MMES", 720, 576, 25, 1);
-
-    Mpeg2Track()
-    {
-        const std::uint32_t mediaTypeAt = sizeof(EXBMINFOHEADER);
-        std::memcpy(extra.data(), &mediaTypeAt, 4);
-        SERIALIZED_MEDIA_TYPE mt = {};
-        mt.majortype = MEDIATYPE_Video;
-        mt.subtype = MEDIASUBTYPE_MPEG2_VIDEO;
-        mt.bTemporalCompression = 1;
-        mt.formattype = FORMAT_MPEG2_VIDEO;
-        mt.cbFormat = sizeof(MPEG2VIDEOINFO);
-        static_assert(4 + sizeof(SERIALIZED_MEDIA_TYPE) + sizeof(MPEG2VIDEOINFO) == 212);
-        std::memcpy(extra.data() + 4, &mt, sizeof mt);
-        track.pExtraData = extra.data();
-        track.cbExtra = 212;
-        track.Data.VInfo.gopLength = 12;
-    }
-};
-
 struct FrameSpec
 {
     std::uint32_t type;

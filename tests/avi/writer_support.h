@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "FileFormats/AVI/avilib/avilib.FileWriter.h"
+#include "FileFormats/AVI/avilib/avilib.MediaType.h"
 #include "util/fourcc.h"
 
 namespace writertest {
@@ -53,6 +54,34 @@ inline TrackStructuralData timecodeTrack(std::uint32_t start)
     return t;
 }
 
+// A long-GOP MPEG-2 track: its media type says temporal compression, so
+// the stream gets the IBP index. The codec data is the offset of the media
+// type in the stream format, the media type and its MPEG-2 format block.
+struct Mpeg2Track
+{
+    std::vector<unsigned char> extra = std::vector<unsigned char>(212, 0);
+    TrackStructuralData track = videoTrack("MMES", 720, 576, 25, 1);
+
+    Mpeg2Track()
+    {
+        const std::uint32_t mediaTypeAt = sizeof(EXBMINFOHEADER);
+        std::memcpy(extra.data(), &mediaTypeAt, 4);
+        SERIALIZED_MEDIA_TYPE mt = {};
+        mt.majortype = MEDIATYPE_Video;
+        mt.subtype = MEDIASUBTYPE_MPEG2_VIDEO;
+        mt.bTemporalCompression = 1;
+        mt.formattype = FORMAT_MPEG2_VIDEO;
+        mt.cbFormat = sizeof(MPEG2VIDEOINFO);
+        static_assert(4 + sizeof(SERIALIZED_MEDIA_TYPE) + sizeof(MPEG2VIDEOINFO) == 212);
+        std::memcpy(extra.data() + 4, &mt, sizeof mt);
+        track.pExtraData = extra.data();
+        track.cbExtra = 212;
+        track.Data.VInfo.gopLength = 12;
+    }
+    Mpeg2Track(const Mpeg2Track&) = delete;
+    Mpeg2Track& operator=(const Mpeg2Track&) = delete;
+};
+
 // Bytes that tell frame f of track k apart from every other chunk.
 inline std::vector<unsigned char> payload(std::uint32_t k, std::uint32_t f, std::uint32_t size)
 {
@@ -65,29 +94,18 @@ inline std::vector<unsigned char> payload(std::uint32_t k, std::uint32_t f, std:
     return v;
 }
 
-inline std::uint32_t rd32(const std::vector<unsigned char>& d, std::uint64_t at)
+// A little-endian field of the file, or 0 past its end.
+template <class T>
+T rd(const std::vector<unsigned char>& d, std::uint64_t at)
 {
-    std::uint32_t v = 0;
-    if (at + 4 <= d.size())
-        std::memcpy(&v, d.data() + at, 4);
+    T v = 0;
+    if (at + sizeof v <= d.size())
+        std::memcpy(&v, d.data() + at, sizeof v);
     return v;
 }
-
-inline std::uint16_t rd16(const std::vector<unsigned char>& d, std::uint64_t at)
-{
-    std::uint16_t v = 0;
-    if (at + 2 <= d.size())
-        std::memcpy(&v, d.data() + at, 2);
-    return v;
-}
-
-inline std::uint64_t rd64(const std::vector<unsigned char>& d, std::uint64_t at)
-{
-    std::uint64_t v = 0;
-    if (at + 8 <= d.size())
-        std::memcpy(&v, d.data() + at, 8);
-    return v;
-}
+inline std::uint16_t rd16(const std::vector<unsigned char>& d, std::uint64_t at) { return rd<std::uint16_t>(d, at); }
+inline std::uint32_t rd32(const std::vector<unsigned char>& d, std::uint64_t at) { return rd<std::uint32_t>(d, at); }
+inline std::uint64_t rd64(const std::vector<unsigned char>& d, std::uint64_t at) { return rd<std::uint64_t>(d, at); }
 
 inline std::string fcc(std::uint32_t v)
 {
