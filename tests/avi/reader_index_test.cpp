@@ -49,15 +49,8 @@ Bytes buildOdml(std::uint8_t subType, const std::vector<std::vector<Entry>>& chu
     b.chunk("strf", longGop ? mmesFormat(576) : bytesOf(videoFormat("dvsd")));
     // Room for four entries, as writers reserve it.
     std::size_t slots = std::max<std::size_t>(4, chunks.size());
-    b.fcc("indx");
-    b.put(static_cast<std::uint32_t>(24 + 16 * slots));
-    b.put(std::uint16_t(4));
-    b.put(subType);
-    b.put(AVI_INDEX_OF_INDEXES);
-    b.put(static_cast<std::uint32_t>(chunks.size()));
-    b.fcc("00dc");
-    for (int i = 0; i < 3; ++i)
-        b.put(std::uint32_t(0));
+    b.put(AVISUPERINDEX{ckid::indx, static_cast<std::uint32_t>(24 + 16 * slots), 4, subType, AVI_INDEX_OF_INDEXES,
+                        static_cast<std::uint32_t>(chunks.size()), Morvane::makeFourCC("00dc"), {}});
     std::size_t superEntries = b.pos();
     for (std::size_t i = 0; i < slots; ++i)
         b.put(AVISUPERINDEX_ENTRY{});
@@ -80,15 +73,9 @@ Bytes buildOdml(std::uint8_t subType, const std::vector<std::vector<Entry>>& chu
     for (std::size_t c = 0; c < chunks.size(); ++c) {
         std::uint16_t longs = ixSubType == AVI_INDEX_IBP ? 6 : ixSubType == AVI_INDEX_2FIELD ? 3 : 2;
         std::size_t at = b.pos();
-        b.fcc("ix00");
-        b.put(static_cast<std::uint32_t>(24 + 4 * longs * chunks[c].size()));
-        b.put(longs);
-        b.put(ixSubType);
-        b.put(ixType);
-        b.put(static_cast<std::uint32_t>(chunks[c].size()));
-        b.fcc("00dc");
-        b.put(std::uint64_t(movi)); // base
-        b.put(std::uint32_t(0));
+        const auto entries = static_cast<std::uint32_t>(chunks[c].size());
+        b.put(AVISTDINDEX{Morvane::makeFourCC("ix00"), 24 + 4 * longs * entries, longs, ixSubType, ixType, entries,
+                          Morvane::makeFourCC("00dc"), movi, 0}); // movi is the base
         for (std::size_t i = 0; i < chunks[c].size(); ++i) {
             const Entry& e = chunks[c][i];
             std::uint32_t sizeWord = e.sizeWord ? e.sizeWord : e.size;
@@ -104,7 +91,7 @@ Bytes buildOdml(std::uint8_t subType, const std::vector<std::vector<Entry>>& chu
         std::uint32_t size = static_cast<std::uint32_t>(b.pos() - at);
         b.patch64(superEntries + 16 * c, at);
         b.patch32(superEntries + 16 * c + 8, size);
-        b.patch32(superEntries + 16 * c + 12, static_cast<std::uint32_t>(chunks[c].size()));
+        b.patch32(superEntries + 16 * c + 12, entries);
     }
     b.end(movi);
     b.end(riff);
@@ -184,16 +171,14 @@ TEST_F(OdmlFile, FrameTypeIndexGivesGopsAndPresentationOrder)
     EXPECT_EQ(std::vector<unsigned>(out, out + 6), (std::vector<unsigned>{0, 2, 3, 1, 5, 4}));
 
     unsigned found = 0;
-    EXPECT_TRUE(r.get_NearestKeyFrame(0, 3, FileReader::kfNearest, found)); // tie: backward wins
-    EXPECT_EQ(found, 0u);
-    EXPECT_TRUE(r.get_NearestKeyFrame(0, 4, FileReader::kfNearest, found));
-    EXPECT_EQ(found, 6u);
-    EXPECT_TRUE(r.get_NearestKeyFrame(0, 5, FileReader::kfBackward, found));
-    EXPECT_EQ(found, 0u);
-    EXPECT_TRUE(r.get_NearestKeyFrame(0, 7, FileReader::kfForward, found));
-    EXPECT_EQ(found, 12u);
-    EXPECT_TRUE(r.get_NearestKeyFrame(0, 12, FileReader::kfForward, found));
-    EXPECT_EQ(found, 12u);
+    // From 3 the nearest is a tie: backward wins.
+    const struct { unsigned from; FileReader::KfSearchType how; unsigned key; } searches[] = {
+        {3, FileReader::kfNearest, 0}, {4, FileReader::kfNearest, 6}, {5, FileReader::kfBackward, 0},
+        {7, FileReader::kfForward, 12}, {12, FileReader::kfForward, 12}};
+    for (const auto& q : searches) {
+        EXPECT_TRUE(r.get_NearestKeyFrame(0, q.from, q.how, found)) << q.from;
+        EXPECT_EQ(found, q.key) << q.from;
+    }
     testutil::captureStdout(
         [&] { EXPECT_FALSE(r.get_NearestKeyFrame(0, 1, static_cast<FileReader::KfSearchType>(3), found)); });
 
