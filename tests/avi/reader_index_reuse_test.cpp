@@ -69,9 +69,10 @@ Resident resident(FileReader& r, unsigned sample)
             ADD_FAILURE() << "no record " << x.start + i;
             break;
         }
-        x.offsets.push_back(e->offset);
-        x.sizes.push_back(e->size);
-        x.locations.push_back(e->realLocation);
+        // Copies: the record is packed, so its fields may not bind to references.
+        x.offsets.push_back(std::uint64_t{e->offset});
+        x.sizes.push_back(std::uint32_t{e->size});
+        x.locations.push_back(std::uint32_t{e->realLocation});
     }
     return x;
 }
