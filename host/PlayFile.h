@@ -30,6 +30,6 @@ public:
 private:
     VlWString fileName_;
     Vl::Ptr<PlayFileMetadata> metadata_;
-    std::int32_t hostValue_ = -1;
+    [[maybe_unused]] std::int32_t hostValue_ = -1;
     CriticalSection lock_;
 };

@@ -23,6 +23,7 @@ public:
     FileWriter(const FileWriter&) = delete;
     FileWriter& operator=(const FileWriter&) = delete;
 
+    using Pell::CFileWriterUnbuffered::create;
     HRESULT create(const std::wstring& path, TrackStructuralData* pTracks, std::uint16_t nTracks);
     void close() override;
     void set_FlushFrequency(std::uint32_t n) { m_dwFlushFrequency = n; }
