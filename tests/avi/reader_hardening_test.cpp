@@ -34,11 +34,7 @@ Bytes audioBytes(unsigned f) { return Bytes(kAudioBytes, static_cast<std::uint8_
 // A video and an audio stream, an idx1 and, with OpenDML, a super index for
 // the video whose one standard index chunk opens movi. `at` names where
 // each chunk header lies.
-struct File
-{
-    Bytes bytes;
-    std::map<std::string, std::size_t> at;
-};
+struct File { Bytes bytes; std::map<std::string, std::size_t> at; };
 
 struct Knobs
 {
@@ -222,14 +218,7 @@ std::function<Bytes()> poke(bool openDml, const char* chunk, std::size_t at, T v
 }
 
 // Every chunk's size at 0, at 0xFFFFFFF8 and past the end of the file.
-struct SizeRow
-{
-    const char* chunk;
-    bool openDml;
-    const char* zero;
-    const char* big;
-    const char* pastEnd;
-};
+struct SizeRow { const char* chunk; bool openDml; const char* zero; const char* big; const char* pastEnd; };
 
 constexpr const char* kMoviWalk =
     "loaded with Failed to read after movi data.: open 80004005 No index table.; open 80004005 No index table.";

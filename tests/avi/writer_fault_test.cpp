@@ -63,26 +63,11 @@ private:
     std::uint64_t budget_;
 };
 
-std::string probeVideoPackets(const std::wstring& path)
-{
-    return probeStream(path, 0, "nb_read_packets")["nb_read_packets"];
-}
-
-bool haveFfprobe()
-{
-    return run("which ffprobe 2>/dev/null").find("ffprobe") != std::string::npos;
-}
-
 } // namespace
 
 TEST(WriterFaults, FailedWriteKeepsEveryEarlierFrame)
 {
-    struct Case
-    {
-        const char* name;
-        bool diskFull;
-        HRESULT code;
-    } cases[] = {
+    struct Case { const char* name; bool diskFull; HRESULT code; } cases[] = {
         {"disk full", true, static_cast<HRESULT>(0x80070070u)}, // the host maps it to its disk-full code
         {"I/O error", false, static_cast<HRESULT>(0x80070000u | EIO)},
     };
@@ -131,9 +116,9 @@ TEST(WriterFaults, FailedWriteKeepsEveryEarlierFrame)
         // Our reader finds every frame written before the failure, byte for byte.
         ASSERT_EQ(written.frames(), good);
         expectReadsBack(path, written);
-        if (haveFfprobe()) {
+        if (haveFfmpeg()) {
             EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
-            EXPECT_EQ(probeVideoPackets(path), std::to_string(good));
+            EXPECT_EQ(probeStream(path, 0, "nb_read_packets")["nb_read_packets"], std::to_string(good));
         }
     }
 }
@@ -162,11 +147,7 @@ TEST(WriterFaults, ShortSystemWritesGiveTheSameFile)
     Walk plain(dir.file("plain.avi")), shortWrites(dir.file("short.avi"));
     EXPECT_EQ(plain.data.size(), shortWrites.data.size());
     EXPECT_TRUE(plain.data == shortWrites.data);
-    Expected e;
-    e.capacity = kCapacity;
-    e.streams = 2;
-    e.frames = 10;
-    e.chunkIds = {"00db", "01wb"};
+    Expected e{kCapacity, 10, {"00db", "01wb"}};
     checkLayout(shortWrites, e);
     expectReadsBack(dir.file("short.avi"), written);
 }

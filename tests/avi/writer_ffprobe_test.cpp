@@ -1,8 +1,6 @@
 // Written files as an independent reader sees them: ffprobe and ffmpeg.
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 #include "common/TempDir.h"
 #include "writer_layout_check.h"
 #include "writer_readback.h"
@@ -10,41 +8,6 @@
 using namespace writertest;
 
 namespace {
-
-bool haveFfmpeg()
-{
-    return run("which ffprobe ffmpeg 2>/dev/null").find("ffmpeg") != std::string::npos;
-}
-
-struct FrameMd5Line
-{
-    int stream;
-    std::uint64_t size;
-    std::string md5;
-};
-
-std::vector<FrameMd5Line> frameMd5(const std::wstring& path)
-{
-    std::string out = run("ffmpeg -v error -i '" + narrow(path) + "' -map 0 -c copy -f framemd5 - 2>&1");
-    std::vector<FrameMd5Line> lines;
-    std::istringstream in(out);
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#')
-            continue;
-        // stream, dts, pts, duration, size, hash
-        std::vector<std::string> f;
-        std::istringstream fields(line);
-        std::string field;
-        while (std::getline(fields, field, ','))
-            f.push_back(field.substr(field.find_first_not_of(' ')));
-        if (f.size() == 6)
-            lines.push_back({std::stoi(f[0]), std::stoull(f[4]), f[5]});
-        else
-            lines.push_back({-1, 0, line});
-    }
-    return lines;
-}
 
 struct ProbeCase
 {
@@ -72,9 +35,7 @@ TEST_P(WriterFfprobe, OpensCleanlyAndGivesTheWrittenBytes)
     for (std::uint32_t a = 0; a < c.audioStreams; ++a)
         tracks.push_back(audioTrack(2, 48000));
 
-    // Every chunk's expected md5, per stream in order.
-    std::vector<std::vector<std::string>> expected(1 + c.audioStreams);
-    std::vector<std::vector<std::uint32_t>> sizes(1 + c.audioStreams);
+    std::vector<std::string> videoMd5; // of the first 100 frames
     std::vector<std::vector<unsigned char>> audioBytes(c.audioStreams);
     Written written;
     {
@@ -91,15 +52,13 @@ TEST_P(WriterFfprobe, OpensCleanlyAndGivesTheWrittenBytes)
             bufs[1] = payload(1, f, frameBytes);
             td[1] = {bufs[1].data(), frameBytes, kDisplayNumberNotGiven, 4, 0};
             if (f < 100)
-                expected[0].push_back(md5Hex(bufs[1]));
-            sizes[0].push_back(frameBytes);
+                videoMd5.push_back(md5Hex(bufs[1]));
             for (std::uint32_t a = 0; a < c.audioStreams; ++a) {
                 // A few samples more or less so that frames and streams differ.
                 const std::uint32_t bytes = (c.audioSamplesPerFrame + (f % 3) - a) * 4;
                 bufs[2 + a] = payload(2 + a, f, bytes);
                 td[2 + a] = {bufs[2 + a].data(), bytes, kDisplayNumberNotGiven, 4, 0};
                 audioBytes[a].insert(audioBytes[a].end(), bufs[2 + a].begin(), bufs[2 + a].end());
-                sizes[1 + a].push_back(bytes);
             }
             ASSERT_EQ(w.WriteSamples(td.data(), static_cast<short>(td.size())), S_OK);
             written.add(td.data());
@@ -131,7 +90,7 @@ TEST_P(WriterFfprobe, OpensCleanlyAndGivesTheWrittenBytes)
 
     // ffmpeg's copy gives back exactly the bytes written: video frame by
     // frame, audio stream by stream (it may cut PCM into other packets).
-    auto lines = frameMd5(path);
+    auto lines = frameMd5(path, "0");
     std::vector<std::vector<const FrameMd5Line*>> perStream(1 + c.audioStreams);
     for (const FrameMd5Line& l : lines) {
         ASSERT_GE(l.stream, 0) << l.md5;
@@ -140,9 +99,9 @@ TEST_P(WriterFfprobe, OpensCleanlyAndGivesTheWrittenBytes)
     }
     ASSERT_EQ(perStream[0].size(), c.frames);
     for (std::size_t i = 0; i < c.frames; ++i) {
-        EXPECT_EQ(perStream[0][i]->size, sizes[0][i]) << "frame " << i;
-        if (i < expected[0].size()) {
-            EXPECT_EQ(perStream[0][i]->md5, expected[0][i]) << "frame " << i;
+        EXPECT_EQ(perStream[0][i]->size, c.width * c.height * 2) << "frame " << i;
+        if (i < videoMd5.size()) {
+            EXPECT_EQ(perStream[0][i]->md5, videoMd5[i]) << "frame " << i;
         }
     }
     for (std::uint32_t a = 0; a < c.audioStreams; ++a) {

@@ -3,18 +3,23 @@
 // chunks, the movi head with its index regions, ix##, indx and idx1.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+
 #include "writer_support.h"
 
 namespace writertest {
 
 struct Expected
 {
-    std::uint32_t sector = 512;
-    std::uint64_t capacity = 0; // C
-    std::uint32_t streams = 0;  // N
-    std::uint32_t frames = 0;
+    std::uint64_t capacity; // C
+    std::uint32_t frames;
     std::vector<std::string> chunkIds; // per stream, "00db" etc.
 };
+
+inline std::string ixId(std::uint32_t k)
+{
+    return "ix" + std::string(k < 10 ? "0" : "") + std::to_string(k);
+}
 
 struct StreamChunk
 {
@@ -26,7 +31,7 @@ inline void checkLayout(const Walk& w, const Expected& e)
 {
     ASSERT_TRUE(w.ok) << w.problem;
     const auto& d = w.data;
-    const std::uint32_t S = e.sector;
+    const std::uint32_t S = 512, N = static_cast<std::uint32_t>(e.chunkIds.size());
     auto riffs = w.find("RIFF");
     ASSERT_FALSE(riffs.empty());
     EXPECT_EQ(riffs[0]->listType, "AVI ");
@@ -40,11 +45,11 @@ inline void checkLayout(const Walk& w, const Expected& e)
     ASSERT_EQ(movis.size(), riffs.size());
     const std::uint64_t H = movis[0]->offset;
     EXPECT_EQ(H % S, 0u);
-    const std::uint64_t R = 65536ull * e.streams;
+    const std::uint64_t R = 65536ull * N;
 
     // Per RIFF: the movi head, then only data chunks each followed by a JUNK.
     std::vector<std::vector<std::vector<StreamChunk>>> perRiff(riffs.size(),
-                                                               std::vector<std::vector<StreamChunk>>(e.streams));
+                                                               std::vector<std::vector<StreamChunk>>(N));
     for (std::size_t r = 0; r < riffs.size(); ++r) {
         const std::uint64_t riffStart = riffs[r]->offset;
         const std::uint64_t movi = movis[r]->offset;
@@ -56,9 +61,8 @@ inline void checkLayout(const Walk& w, const Expected& e)
         EXPECT_EQ(fcc(rd32(d, movi + 12)), "JUNK");
         const std::uint64_t junk = rd32(d, movi + 16) + 8ull;
         EXPECT_EQ(movi + 12 + junk + R, headEnd) << "movi head of RIFF " << r;
-        for (std::uint32_t k = 0; k < e.streams; ++k) {
-            const std::string ix = "ix" + std::string(k < 10 ? "0" : "") + std::to_string(k);
-            EXPECT_EQ(fcc(rd32(d, movi + 12 + junk + 65536ull * k)), ix);
+        for (std::uint32_t k = 0; k < N; ++k) {
+            EXPECT_EQ(fcc(rd32(d, movi + 12 + junk + 65536ull * k)), ixId(k));
             EXPECT_EQ(rd32(d, movi + 12 + junk + 65536ull * k + 4), 65528u);
         }
         const std::uint64_t moviEnd = movi + 8 + movis[r]->size;
@@ -77,14 +81,10 @@ inline void checkLayout(const Walk& w, const Expected& e)
                 continue;
             }
             EXPECT_EQ(p % S, 0u) << id << " at " << p;
-            bool known = false;
-            for (std::uint32_t k = 0; k < e.streams; ++k) {
-                if (e.chunkIds[k] == id) {
-                    perRiff[r][k].push_back({p, size});
-                    known = true;
-                }
-            }
-            EXPECT_TRUE(known) << "unexpected chunk " << id << " at " << p;
+            const std::size_t k = std::find(e.chunkIds.begin(), e.chunkIds.end(), id) - e.chunkIds.begin();
+            EXPECT_LT(k, N) << "unexpected chunk " << id << " at " << p;
+            if (k < N)
+                perRiff[r][k].push_back({p, size});
             p += 8 + size + (size & 1);
             expectJunk = true;
         }
@@ -103,11 +103,11 @@ inline void checkLayout(const Walk& w, const Expected& e)
     if (!idx1.empty()) {
         EXPECT_EQ(idx1[0]->offset, movis[0]->offset + 8 + movis[0]->size);
         std::uint32_t n0 = static_cast<std::uint32_t>(perRiff[0][0].size());
-        EXPECT_EQ(idx1[0]->size, n0 * 16u * e.streams);
+        EXPECT_EQ(idx1[0]->size, n0 * 16u * N);
         const std::uint64_t moviWord = H + 8;
         for (std::uint32_t i = 0; i < n0; ++i) {
-            for (std::uint32_t k = 0; k < e.streams; ++k) {
-                std::uint64_t at = idx1[0]->offset + 8 + (static_cast<std::uint64_t>(i) * e.streams + k) * 16;
+            for (std::uint32_t k = 0; k < N; ++k) {
+                std::uint64_t at = idx1[0]->offset + 8 + (static_cast<std::uint64_t>(i) * N + k) * 16;
                 ASSERT_LT(i, perRiff[0][k].size());
                 EXPECT_EQ(fcc(rd32(d, at)), e.chunkIds[k]);
                 EXPECT_EQ(rd32(d, at + 4), 16u);
@@ -126,25 +126,22 @@ inline void checkLayout(const Walk& w, const Expected& e)
     // Super indexes and the ix## chunks they name.
     auto strh = w.find("strh");
     auto indx = w.find("indx");
-    ASSERT_EQ(strh.size(), e.streams);
-    ASSERT_EQ(indx.size(), e.streams);
-    for (std::uint32_t k = 0; k < e.streams; ++k) {
+    ASSERT_EQ(strh.size(), N);
+    ASSERT_EQ(indx.size(), N);
+    for (std::uint32_t k = 0; k < N; ++k) {
         const std::uint64_t at = indx[k]->offset;
         EXPECT_EQ(rd16(d, at + 8), 4u);
         EXPECT_EQ(d[at + 11], 0u);
         EXPECT_EQ(fcc(rd32(d, at + 16)), e.chunkIds[k]);
         const std::uint32_t inUse = rd32(d, at + 12);
-        std::uint32_t riffsWithData = 0;
-        for (std::size_t r = 0; r < riffs.size(); ++r)
-            riffsWithData += perRiff[r][k].empty() ? 0 : 1;
-        EXPECT_EQ(inUse, riffsWithData) << "stream " << k;
+        const auto withData = std::count_if(perRiff.begin(), perRiff.end(), [&](auto& r) { return !r[k].empty(); });
+        EXPECT_EQ(inUse, static_cast<std::uint32_t>(withData)) << "stream " << k;
         std::uint64_t durations = 0;
         for (std::uint32_t s = 0; s < inUse && s < riffs.size(); ++s) {
             const std::uint64_t qwOffset = rd64(d, at + 32 + 16ull * s);
             EXPECT_EQ(rd32(d, at + 32 + 16ull * s + 8), 65528u);
             durations += rd32(d, at + 32 + 16ull * s + 12);
-            const std::string ix = "ix" + std::string(k < 10 ? "0" : "") + std::to_string(k);
-            EXPECT_EQ(fcc(rd32(d, qwOffset)), ix);
+            EXPECT_EQ(fcc(rd32(d, qwOffset)), ixId(k));
             // The standard index of RIFF s.
             const std::uint8_t subType = d[qwOffset + 10];
             EXPECT_EQ(d[qwOffset + 11], 1u);
@@ -171,8 +168,8 @@ inline void checkLayout(const Walk& w, const Expected& e)
         EXPECT_EQ(durations, rd32(d, strh[k]->offset + 8 + 32)) << "stream " << k;
     }
     std::uint64_t total = 0;
-    for (std::size_t r = 0; r < riffs.size(); ++r)
-        total += perRiff[r][0].size();
+    for (const auto& r : perRiff)
+        total += r[0].size();
     EXPECT_EQ(total, e.frames);
     auto avih = w.find("avih");
     auto dmlh = w.find("dmlh");

@@ -91,11 +91,7 @@ TEST_P(WriterLayout, FileMatchesTheFixedLayout)
     expectReadsBack(path, written);
 
     Walk walk(path);
-    Expected e;
-    e.capacity = c.capacity;
-    e.streams = static_cast<std::uint32_t>(c.chunkIds.size());
-    e.frames = 40;
-    e.chunkIds = c.chunkIds;
+    Expected e{c.capacity, 40, c.chunkIds};
     checkLayout(walk, e);
 
     auto avih = walk.find("avih");
@@ -104,7 +100,7 @@ TEST_P(WriterLayout, FileMatchesTheFixedLayout)
     EXPECT_EQ(rd32(walk.data, a), 40000u); // microseconds per frame at 25 fps
     EXPECT_EQ(rd32(walk.data, a + 8), 512u);
     EXPECT_EQ(rd32(walk.data, a + 12), c.flags);
-    EXPECT_EQ(rd32(walk.data, a + 24), e.streams);
+    EXPECT_EQ(rd32(walk.data, a + 24), c.chunkIds.size());
     EXPECT_EQ(rd32(walk.data, a + 32), 720u);
     EXPECT_EQ(rd32(walk.data, a + 36), 576u);
     auto strh = walk.find("strh");
@@ -171,11 +167,7 @@ TEST(WriterHeader, JunkPadsTheHeaderToASector)
 TEST(WriterHeader, InfoTextsAndStartTimecode)
 {
     testutil::TempDir dir;
-    struct Case
-    {
-        std::uint32_t start;
-        const char* text;
-    } cases[] = {{0, "00:00:00.00"}, {90061, "01:00:02.11"}};
+    struct Case { std::uint32_t start; const char* text; } cases[] = {{0, "00:00:00.00"}, {90061, "01:00:02.11"}};
     for (const Case& c : cases) {
         std::vector<TrackStructuralData> tracks = {timecodeTrack(c.start), videoTrack("UYVY", 720, 576, 25, 1)};
         FileWriter w;
@@ -203,12 +195,7 @@ TEST(WriterHeader, InfoTextsAndStartTimecode)
 TEST(WriterHeader, VideoPropertiesByFormat)
 {
     testutil::TempDir dir;
-    struct Case
-    {
-        TrackStructuralData track;
-        bool vprp;
-        std::uint32_t token, standard, aspect, fields;
-    } cases[] = {
+    struct Case { TrackStructuralData track; bool vprp; std::uint32_t token, standard, aspect, fields; } cases[] = {
         {videoTrack("dvsd", 720, 576, 25, 1), true, 2, 1, 0x00040003, 1},
         {videoTrack("MJPG", 720, 480, 30000, 1001), true, 4, 2, 0x00040003, 2},
         {videoTrack("UYVY", 1920, 1080, 25, 1), true, 5, 4, 0x00100009, 1},
@@ -278,11 +265,7 @@ TEST(WriterClose, FileWithoutFramesIsDeletedAndTheWriterIsReusable)
         ASSERT_EQ(writeFrames(w, tracks, 7, 3000, &written), S_OK);
         w.close();
         expectReadsBack(dir.file(name), written);
-        Expected e;
-        e.capacity = 176640;
-        e.streams = 2;
-        e.frames = 7;
-        e.chunkIds = {"00db", "01wb"};
+        Expected e{176640, 7, {"00db", "01wb"}};
         checkLayout(Walk(dir.file(name)), e);
     }
 }
@@ -320,11 +303,7 @@ TEST(WriterSamples, OddSizesAndTinyChunksKeepTheSectorLayout)
     w.close();
     expectReadsBack(dir.file("odd.avi"), written);
     Walk walk(dir.file("odd.avi"));
-    Expected e;
-    e.capacity = 176640;
-    e.streams = 2;
-    e.frames = f;
-    e.chunkIds = {"00db", "01wb"};
+    Expected e{176640, f, {"00db", "01wb"}};
     checkLayout(walk, e);
     // The 500-byte chunk ends 4 bytes short of a sector: its JUNK is S + 4 bytes.
     // Each frame is [video chunk][JUNK][audio chunk][JUNK].

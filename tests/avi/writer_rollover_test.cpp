@@ -9,11 +9,7 @@ using namespace writertest;
 
 namespace {
 
-struct FrameSpec
-{
-    std::uint32_t type;
-    std::uint32_t display;
-};
+struct FrameSpec { std::uint32_t type; std::uint32_t display; };
 
 // Writes one frame: video of 100 bytes plus, when present, a 4-byte audio
 // chunk; `written` records what went in.
@@ -84,11 +80,7 @@ TEST(WriterRollover, IndexLimitOpensAnAvixOnIntraFramesOnly)
         expectReadsBack(path, written);
 
         Walk walk(path);
-        Expected e;
-        e.capacity = 176640;
-        e.streams = 2;
-        e.frames = f;
-        e.chunkIds = {"00dc", "01wb"};
+        Expected e{176640, f, {"00dc", "01wb"}};
         checkLayout(walk, e);
         auto riffs = walk.find("RIFF");
         ASSERT_EQ(riffs.size(), 2u);
@@ -122,11 +114,7 @@ TEST(WriterRollover, ThreeRiffsGiveThreeSuperIndexEntriesPerStream)
     w.close();
     expectReadsBack(path, written);
     Walk walk(path);
-    Expected e;
-    e.capacity = 262656;
-    e.streams = 3;
-    e.frames = frames;
-    e.chunkIds = {"00dc", "01wb", "02wb"};
+    Expected e{262656, frames, {"00dc", "01wb", "02wb"}};
     checkLayout(walk, e);
     for (const Chunk* indx : walk.find("indx"))
         EXPECT_EQ(rd32(walk.data, indx->offset + 12), 3u);

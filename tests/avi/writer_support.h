@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -198,6 +199,11 @@ inline std::string run(const std::string& command)
     return out;
 }
 
+inline bool haveFfmpeg()
+{
+    return run("which ffprobe ffmpeg 2>/dev/null").find("ffmpeg") != std::string::npos;
+}
+
 inline std::string narrow(const std::wstring& s)
 {
     return std::string(s.begin(), s.end());
@@ -211,20 +217,40 @@ inline std::map<std::string, std::string> probeStream(const std::wstring& path, 
                           " -show_entries stream=" + entries + " -of default=noprint_wrappers=1 '" + narrow(path) +
                           "' 2>&1");
     std::map<std::string, std::string> kv;
-    std::size_t pos = 0;
-    while (pos < out.size()) {
-        std::size_t eol = out.find('\n', pos);
-        std::string line = out.substr(pos, eol == std::string::npos ? std::string::npos : eol - pos);
+    std::istringstream in(out);
+    for (std::string line; std::getline(in, line);) {
         std::size_t eq = line.find('=');
         if (eq != std::string::npos)
             kv[line.substr(0, eq)] = line.substr(eq + 1);
         else if (!line.empty())
             kv["error"] += line;
-        if (eol == std::string::npos)
-            break;
-        pos = eol + 1;
     }
     return kv;
+}
+
+struct FrameMd5Line
+{
+    int stream; // -1: not a packet line (an error)
+    std::uint64_t size;
+    std::string md5; // or the whole line
+};
+
+// ffmpeg's framemd5 of the mapped streams, copied as stored.
+inline std::vector<FrameMd5Line> frameMd5(const std::wstring& path, const std::string& map)
+{
+    std::istringstream in(run("ffmpeg -v error -i '" + narrow(path) + "' -map " + map + " -c copy -f framemd5 - 2>&1"));
+    std::vector<FrameMd5Line> lines;
+    for (std::string line; std::getline(in, line);) {
+        if (line.empty() || line[0] == '#')
+            continue;
+        // stream, dts, pts, duration, size, hash
+        std::vector<std::string> f;
+        std::istringstream fields(line);
+        for (std::string field; std::getline(fields, field, ',');)
+            f.push_back(field.substr(field.find_first_not_of(' ')));
+        lines.push_back(f.size() == 6 ? FrameMd5Line{std::stoi(f[0]), std::stoull(f[4]), f[5]} : FrameMd5Line{-1, 0, line});
+    }
+    return lines;
 }
 
 inline std::string md5Hex(const std::vector<unsigned char>& bytes)

@@ -86,11 +86,7 @@ TEST_F(UnbufferedReader, TooSmallBufferFailsBeforeTouchingTheFile)
 
 TEST_F(UnbufferedReader, AlignedReadPadsTheRequestedByteToTheAlignment)
 {
-    const struct
-    {
-        unsigned long pos, align;
-        unsigned pad;
-    } cases[] = {
+    const struct { unsigned long pos, align; unsigned pad; } cases[] = {
         {1000, 16, 8},   // 488 % 16 = 8: pad 8 puts the byte at 496
         {1024, 16, 0},   // on the boundary: no pad
         {520, 4096, 4088},

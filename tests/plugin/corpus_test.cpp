@@ -75,12 +75,7 @@ TEST_F(LoadedPlugin, ProbeShowsTheEditorsMetadata)
 }
 
 // velloro itself: the binary beside lib/, one line on failure.
-struct Outcome
-{
-    int status;
-    std::string out;
-    std::string err;
-};
+struct Outcome { int status; std::string out; std::string err; };
 
 Outcome velloroRun(const std::string& args)
 {

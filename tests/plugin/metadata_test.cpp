@@ -193,11 +193,7 @@ TEST_F(Metadata, AspectNotOfTheFormatIsLoggedToBothLogs)
 
 TEST_F(Metadata, ColourLayoutFollowsHeightThenScan)
 {
-    struct Case
-    {
-        VideoSpec spec;
-        std::uint32_t layout;
-    };
+    struct Case { VideoSpec spec; std::uint32_t layout; };
     for (const Case& c : {Case{spec("dvsd", 720, 480, 24, videoProperties(0x00040003, 1)), 3},
                           Case{spec("dvsd", 720, 576, 24, videoProperties(0x00040003, 1)), 4},
                           Case{spec("dvsd", 720, 576, 24, videoProperties(0x00040003, 2)), 3}}) {
@@ -206,13 +202,7 @@ TEST_F(Metadata, ColourLayoutFollowsHeightThenScan)
     }
 }
 
-struct AudioCase
-{
-    std::uint16_t tag;
-    std::uint16_t bits;
-    std::uint32_t dataType;
-    bool validSampleType;
-};
+struct AudioCase { std::uint16_t tag; std::uint16_t bits; std::uint32_t dataType; bool validSampleType; };
 
 TEST_F(Metadata, AudioBesideVideo)
 {

@@ -73,12 +73,7 @@ std::uint32_t u32(const unsigned char* p, std::size_t at)
 
 TEST(WriterTracks, HeightsFollowTheCompression)
 {
-    struct Case
-    {
-        const char* fcc;
-        std::uint32_t height, described;
-        const char* assertion;
-    } cases[] = {
+    struct Case { const char* fcc; std::uint32_t height, described; const char* assertion; } cases[] = {
         {"GIMX", 486, 512, ""},
         {"GIMX", 576, 608, ""},
         {"GIMX", 480, 0, "assertion failed false at AVI/FileWriter line 649\n"},
@@ -109,25 +104,16 @@ TEST(WriterTracks, VideoAndAudioWords)
     EXPECT_EQ(d.tracks[0].pExtraData, nullptr);
     const auto& v = d.tracks[1].Data.VInfo;
     EXPECT_EQ(d.tracks[1].Type, Morvane::Avi::StreamVideo);
-    EXPECT_EQ(v.width, 720u);
-    EXPECT_EQ(v.fourcc, makeFourCC("dvsd"));
-    EXPECT_EQ(v.bitCount, 24u);
-    EXPECT_EQ(v.fieldCode, 3u);
-    EXPECT_EQ(v.aspectRatio, 0x00100009u);
-    EXPECT_EQ(v.rate, 30000u);
-    EXPECT_EQ(v.scale, 1001u);
-    EXPECT_EQ(v.reserved10, 1u);
-    EXPECT_EQ(v.reserved11, 1u);
-    EXPECT_EQ(v.gopLength, 120000u); // the frame size word
+    // width, code, bits, fields, aspect, rate, scale, the two reserved words, the frame size word
+    EXPECT_EQ((std::vector<std::uint64_t>{v.width, v.fourcc, v.bitCount, v.fieldCode, v.aspectRatio, v.rate, v.scale,
+                                          v.reserved10, v.reserved11, v.gopLength}),
+              (std::vector<std::uint64_t>{720, makeFourCC("dvsd"), 24, 3, 0x00100009, 30000, 1001, 1, 1, 120000}));
     for (int i : {2, 3}) {
         const auto& a = d.tracks[i].Data.AInfo;
         EXPECT_EQ(d.tracks[i].Type, Morvane::Avi::StreamAudio);
-        EXPECT_EQ(a.formatTag, 1u);
-        EXPECT_EQ(a.channels, 2u);
-        EXPECT_EQ(a.samplesPerSec, 48000u);
-        EXPECT_EQ(a.blockAlign, 4u);
-        EXPECT_EQ(a.avgBytesPerSec, 192000u);
-        EXPECT_EQ(u32(reinterpret_cast<const unsigned char*>(&d.tracks[i].Data), 20), 1u);
+        EXPECT_EQ((std::vector<std::uint64_t>{a.formatTag, a.channels, a.samplesPerSec, a.blockAlign, a.avgBytesPerSec,
+                                              u32(reinterpret_cast<const unsigned char*>(&d.tracks[i].Data), 20)}),
+                  (std::vector<std::uint64_t>{1, 2, 48000, 4, 192000, 1}));
     }
 }
 
@@ -179,22 +165,13 @@ TEST(WriterCodecBlocks, Mpeg2ByWidth)
         const auto& t = d.tracks[1];
         ASSERT_EQ(t.cbExtra, 212) << c.fcc;
         const unsigned char* b = t.pExtraData;
-        EXPECT_EQ(u32(b, 0), 44u);
-        EXPECT_EQ(u32(b, 4), makeFourCC("vids"));
-        EXPECT_EQ(u32(b, 20), 0xE06D8026u);
-        EXPECT_EQ(u32(b, 48), 0xE06D80E3u);
-        EXPECT_EQ(u32(b, 68), 136u);
-        EXPECT_EQ(u32(b, 108), 50000000u);
-        std::uint64_t perFrame;
-        std::memcpy(&perFrame, b + 116, 8);
-        EXPECT_EQ(perFrame, 333667u);
-        EXPECT_EQ(u32(b, 148), 40u);
-        EXPECT_EQ(u32(b, 152), c.width);
-        EXPECT_EQ(u32(b, 156), c.height);
-        EXPECT_EQ(u32(b, 160), 1u | 24u << 16);
-        EXPECT_EQ(u32(b, 164), makeFourCC(reinterpret_cast<const char(&)[5]>(*c.tag))) << c.fcc;
-        EXPECT_EQ(u32(b, 196), c.profile) << c.fcc;
-        EXPECT_EQ(u32(b, 200), c.level) << c.fcc;
+        const std::pair<std::size_t, std::uint32_t> words[] = {
+            {0, 44},        {4, makeFourCC("vids")}, {20, 0xE06D8026u}, {48, 0xE06D80E3u},        {68, 136},
+            {108, 50000000}, {116, 333667},         {120, 0},           {148, 40},                 {152, c.width},
+            {156, c.height}, {160, 1u | 24u << 16}, {196, c.profile},   {200, c.level},
+            {164, makeFourCC(reinterpret_cast<const char(&)[5]>(*c.tag))}};
+        for (auto [at, want] : words)
+            EXPECT_EQ(u32(b, at), want) << c.fcc << " at " << at;
         std::size_t nonZero = 0;
         for (std::size_t i = 0; i < 212; ++i)
             nonZero += b[i] != 0;
@@ -232,12 +209,8 @@ TEST(WriterCodecBlocks, MatroxStrides)
         describe(p, d);
         ASSERT_EQ(d.tracks[1].cbExtra, 24) << c.fcc;
         const unsigned char* b = d.tracks[1].pExtraData;
-        EXPECT_EQ(u32(b, 0), 1u);
-        EXPECT_EQ(u32(b, 4), 5u);
-        EXPECT_EQ(u32(b, 8), 10u);
-        EXPECT_EQ(u32(b, 12), c.w3) << c.fcc << " " << c.height;
-        EXPECT_EQ(u32(b, 16), c.w4) << c.fcc << " " << c.height;
-        EXPECT_EQ(u32(b, 20), c.expected) << c.fcc << " " << c.width;
+        for (std::uint32_t i = 0, want[] = {1, 5, 10, c.w3, c.w4, c.expected}; i < 6; ++i)
+            EXPECT_EQ(u32(b, 4 * i), want[i]) << c.fcc << " " << c.width << "x" << c.height << " word " << i;
         EXPECT_EQ(d.printed.find("AVI/FileWriter line 574") != std::string::npos, c.asserts) << d.printed;
     }
 }

@@ -16,11 +16,7 @@ namespace {
 
 TEST(Platform, VlErrFromHresultTable)
 {
-    const struct
-    {
-        unsigned hr;
-        int code;
-    } table[] = {
+    const struct { unsigned hr; int code; } table[] = {
         {0x00000000, 1},  {0x00000001, 0},  {0x80070070, 2},  {0x800704D3, 3},  {0x80070050, 4},
         {0x80070002, 5},  {0x80070005, 6},  {0x80070006, 7},  {0x8007007A, 8},  {0x80090321, 8},
         {0x80070026, 11}, {0x80004001, 12}, {0x80004005, 13}, {0x8000FFFF, 13}, {0x80070032, 14},

@@ -17,11 +17,7 @@ using Tokens = std::vector<std::wstring>;
 
 TEST(StringUtils, SplitAndJoin)
 {
-    const struct
-    {
-        std::wstring text;
-        Tokens tokens;
-    } cases[] = {
+    const struct { std::wstring text; Tokens tokens; } cases[] = {
         {L"", {}},
         {L",a", {L"", L"a"}},
         {L"a,", {L"a", L""}},
@@ -38,11 +34,7 @@ TEST(StringUtils, ReplaceEnvVars)
 {
     ::setenv("VELLORO_HOME_TEST", "/home/ed", 1);
     ::unsetenv("VELLORO_NOPE");
-    const struct
-    {
-        const wchar_t* in;
-        const wchar_t* out;
-    } cases[] = {
+    const struct { const wchar_t* in; const wchar_t* out; } cases[] = {
         {L"%VELLORO_HOME_TEST%/x", L"/home/ed/x"},
         {L"%VELLORO_NOPE%/x", L"VELLORO_NOPE/x"},
         {L"a%b", L"a"},
@@ -59,11 +51,7 @@ TEST(StringUtils, ReplaceEnvVars)
 
 TEST(StringUtils, Ipv4IsOnlyDigitsAndThreeDots)
 {
-    const struct
-    {
-        const wchar_t* text;
-        bool ok;
-    } cases[] = {
+    const struct { const wchar_t* text; bool ok; } cases[] = {
         {L"192.168.0.1", true}, {L"1..2.3", true}, {L"999.1.1.1", true}, {L"", false},
         {L"1.2.3", false},      {L"1.2.3.4.5", false}, {L"1.2.3.a", false}, {L" 1.2.3.4", false},
     };

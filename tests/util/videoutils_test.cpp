@@ -12,11 +12,7 @@ namespace {
 
 TEST(VideoUtils, BitrateForFourCC)
 {
-    const struct
-    {
-        const char* fcc;
-        unsigned kbps;
-    } table[] = {
+    const struct { const char* fcc; unsigned kbps; } table[] = {
         {"dvsd", 25000}, {"dv25", 25000}, {"xd25", 25000}, {"xd35", 35000},  {"dv50", 50000},  {"xd50", 50000},
         {"avc5", 50000}, {"dvh1", 100000}, {"avc6", 100000}, {"mjpg", 0}, {"DVSD", 0},
     };
@@ -56,12 +52,7 @@ TEST(VideoUtils, AspectRatioTexts)
 
 TEST(VideoUtils, RateAndScaleText)
 {
-    const struct
-    {
-        const wchar_t* text;
-        bool ok;
-        unsigned rate, scale;
-    } cases[] = {
+    const struct { const wchar_t* text; bool ok; unsigned rate, scale; } cases[] = {
         {L"25/1", true, 25, 1},          {L"29.97/1", true, 29, 1}, {L"30000/1001", true, 30000, 1001},
         {L"0/1", false, 0, 1},           {L"25/0", false, 25, 0},   {L"25/1fps", true, 25, 1},
         {L"-5/1", false, 0, 1},          {L"1e30/1", true, 0xFFFFFFFFu, 1},
