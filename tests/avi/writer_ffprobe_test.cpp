@@ -72,21 +72,14 @@ TEST_P(WriterFfprobe, OpensCleanlyAndGivesTheWrittenBytes)
         GTEST_SKIP() << "ffmpeg is not installed (scripts/install-deps.sh)";
 
     EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
-    auto v = probeStream(path, 0, "codec_tag_string,width,height,r_frame_rate,nb_read_packets,nb_frames");
-    EXPECT_EQ(v["error"], "");
-    EXPECT_EQ(v["codec_tag_string"], "UYVY");
-    EXPECT_EQ(v["width"], std::to_string(c.width));
-    EXPECT_EQ(v["height"], std::to_string(c.height));
-    EXPECT_EQ(v["r_frame_rate"], "25/1");
-    EXPECT_EQ(v["nb_frames"], std::to_string(c.frames));
-    EXPECT_EQ(v["nb_read_packets"], std::to_string(c.frames));
-    for (std::uint32_t a = 0; a < c.audioStreams; ++a) {
-        auto s = probeStream(path, 1 + static_cast<int>(a), "codec_name,sample_rate,channels");
-        EXPECT_EQ(s["error"], "");
-        EXPECT_EQ(s["codec_name"], "pcm_s16le");
-        EXPECT_EQ(s["sample_rate"], "48000");
-        EXPECT_EQ(s["channels"], "2");
-    }
+    using Fields = std::map<std::string, std::string>;
+    EXPECT_EQ(probeStream(path, 0, "codec_tag_string,width,height,r_frame_rate,nb_read_packets,nb_frames"),
+              (Fields{{"codec_tag_string", "UYVY"}, {"width", std::to_string(c.width)},
+                      {"height", std::to_string(c.height)}, {"r_frame_rate", "25/1"},
+                      {"nb_frames", std::to_string(c.frames)}, {"nb_read_packets", std::to_string(c.frames)}}));
+    for (std::uint32_t a = 0; a < c.audioStreams; ++a)
+        EXPECT_EQ(probeStream(path, 1 + static_cast<int>(a), "codec_name,sample_rate,channels"),
+                  (Fields{{"codec_name", "pcm_s16le"}, {"sample_rate", "48000"}, {"channels", "2"}}));
 
     // ffmpeg's copy gives back exactly the bytes written: video frame by
     // frame, audio stream by stream (it may cut PCM into other packets).

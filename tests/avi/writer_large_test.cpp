@@ -138,11 +138,9 @@ TEST(WriterLarge, FilePastFourGigabytes)
     if (!haveFfmpeg())
         GTEST_SKIP() << "ffmpeg is not installed (scripts/install-deps.sh)";
     EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
-    auto v = probeStream(path, 0, "codec_tag_string,width,height,nb_frames");
-    EXPECT_EQ(v["codec_tag_string"], "UYVY");
-    EXPECT_EQ(v["width"], "1920");
-    EXPECT_EQ(v["height"], "1080");
-    EXPECT_EQ(v["nb_frames"], std::to_string(kFrames));
+    EXPECT_EQ(probeStream(path, 0, "codec_tag_string,width,height,nb_frames"),
+              (std::map<std::string, std::string>{
+                  {"codec_tag_string", "UYVY"}, {"width", "1920"}, {"height", "1080"}, {"nb_frames", std::to_string(kFrames)}}));
     // Frame sizes and the sampled frames' bytes, frames past 4 GiB included.
     auto lines = frameMd5(path, "0:0");
     ASSERT_EQ(lines.size(), kFrames);

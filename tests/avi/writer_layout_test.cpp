@@ -208,19 +208,15 @@ TEST(WriterHeader, VideoPropertiesByFormat)
         const auto& hb = w.get_HeaderBuffer();
         std::vector<unsigned char> h(hb.getBuffer(0), hb.getBuffer(0) + hb.getUsed());
         std::uint64_t at = 0;
-        for (std::uint64_t p = 0; p + 4 <= h.size(); p += 4)
-            if (fcc(rd32(h, p)) == "vprp") {
-                at = p;
-                break;
-            }
-        EXPECT_EQ(at != 0, c.vprp);
-        if (at) {
-            EXPECT_EQ(rd32(h, at + 4), 40u);
-            EXPECT_EQ(rd32(h, at + 8), c.token);
-            EXPECT_EQ(rd32(h, at + 12), c.standard);
-            EXPECT_EQ(rd32(h, at + 28), c.aspect);
-            EXPECT_EQ(rd32(h, at + 32), static_cast<std::uint32_t>(c.track.Data.VInfo.width));
-            EXPECT_EQ(rd32(h, at + 40), c.fields);
+        while (at + 4 <= h.size() && fcc(rd32(h, at)) != "vprp")
+            at += 4;
+        ASSERT_EQ(at + 4 <= h.size(), c.vprp);
+        if (c.vprp) {
+            // size, format token, standard, aspect, frame width, fields
+            EXPECT_EQ((std::vector<std::uint32_t>{rd32(h, at + 4), rd32(h, at + 8), rd32(h, at + 12), rd32(h, at + 28),
+                                                  rd32(h, at + 32), rd32(h, at + 40)}),
+                      (std::vector<std::uint32_t>{40, c.token, c.standard, c.aspect,
+                                                  static_cast<std::uint32_t>(c.track.Data.VInfo.width), c.fields}));
         }
         w.close();
     }
