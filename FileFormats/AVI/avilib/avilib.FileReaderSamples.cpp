@@ -437,8 +437,12 @@ unsigned int FileReader::get_ApproxDataRate(int stream)
         }
         return fromBufferSize;
     }
-    if (get_IsAudio(stream))
-        return static_cast<unsigned int>(double(s.wfx.nBlockAlign) * s.wfx.nSamplesPerSec / 8000.0);
+    if (get_IsAudio(stream)) {
+        // Through 64 bits: a figure past 32 bits is cut to them rather than
+        // converted out of range.
+        double rate = double(s.wfx.nBlockAlign) * s.wfx.nSamplesPerSec / 8000.0;
+        return static_cast<unsigned int>(static_cast<std::uint64_t>(rate));
+    }
     return 0;
 }
 
