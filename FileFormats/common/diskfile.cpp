@@ -79,6 +79,17 @@ void CDiskFile::setFilePtr(const Vl::Ptr<iFile>& file)
     file_ = file;
 }
 
+HRESULT CDiskFile::holdOpened(const Vl::Ptr<iFile>& file, const std::wstring& path, iFile::eFlags flags)
+{
+    if (!file)
+        return HRFromLastError();
+    setFilePtr(file);
+    setFilename(path);
+    // A buffered file needs no alignment: every byte is a whole "sector".
+    sectorSize_ = flags == iFile::eNone ? 1 : sectorSizeFromPath(path);
+    return S_OK;
+}
+
 std::uint32_t CDiskFile::sectorSizeFromPath(const std::wstring& path)
 {
     Vl::Ptr<iDriveDescription> drive = OS().fileSystem().getDriveDescription(getDrive(path));

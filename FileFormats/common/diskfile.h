@@ -34,6 +34,10 @@ public:
     static bool remove(const std::wstring& path);
 
 protected:
+    // Takes a file the host has just opened (null: the host's error) and
+    // sets the sector size its flags call for.
+    HRESULT holdOpened(const Vl::Ptr<iFile>& file, const std::wstring& path, iFile::eFlags flags);
+
     std::wstring filename_;
     std::uint32_t sectorSize_ = 512;
     Vl::Ptr<iFile> file_;

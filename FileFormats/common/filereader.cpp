@@ -25,12 +25,7 @@ HRESULT CFileReader::internalOpen(const std::wstring& path, const iFile::eFlags&
         return E_INVALIDARG;
     }
     Vl::Ptr<iFile> file = OS().fileSystem().open(path, iFile::eRead, iFile::eOpenExisting, iFile::eShareReadWrite, flags);
-    if (!file)
-        return HRFromLastError();
-    setFilePtr(file);
-    setFilename(path);
-    sectorSize_ = flags == iFile::eNone ? 1 : sectorSizeFromPath(path);
-    return S_OK;
+    return holdOpened(file, path, flags);
 }
 
 HRESULT CFileReader::read(unsigned char* buf, unsigned int n, unsigned int& actual)

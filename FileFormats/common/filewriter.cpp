@@ -32,12 +32,7 @@ HRESULT CFileWriter::internalCreate(const std::wstring& path, const iFile::eOpen
         return E_INVALIDARG;
     }
     Vl::Ptr<iFile> file = OS().fileSystem().open(path, iFile::eWrite, behaviour, iFile::eShareRead, flags);
-    if (!file)
-        return HRFromLastError();
-    setFilePtr(file);
-    setFilename(path);
-    sectorSize_ = flags == iFile::eNone ? 1 : sectorSizeFromPath(path);
-    return S_OK;
+    return holdOpened(file, path, flags);
 }
 
 HRESULT CFileWriter::write(unsigned char* buf, unsigned int n, unsigned int& written)
