@@ -69,7 +69,7 @@ protected:
 struct PictureCase
 {
     const char* name;
-    VideoSpec spec;
+    VideoSpec picture;
     std::uint32_t fcc;
     std::uint32_t bitsPerComponent, bitsPerPixel, stride;
     bool topDown;
@@ -77,7 +77,7 @@ struct PictureCase
     const char* assertion; // printed location, or ""
 };
 
-VideoSpec spec(const char (&code)[5], std::int32_t w, std::int32_t h, std::uint16_t bits,
+VideoSpec picture(const char (&code)[5], std::int32_t w, std::int32_t h, std::uint16_t bits,
                std::optional<AVIVIDEOPROPERTIES> vprp = videoProperties(0x00040003, 1), Bytes extra = {})
 {
     VideoSpec s;
@@ -92,7 +92,7 @@ VideoSpec spec(const char (&code)[5], std::int32_t w, std::int32_t h, std::uint1
 
 VideoSpec zeroCode(std::uint16_t bits)
 {
-    VideoSpec s = spec("dvsd", 64, 48, bits);
+    VideoSpec s = picture("dvsd", 64, 48, bits);
     s.fcc = 0;
     return s;
 }
@@ -111,7 +111,7 @@ class Pictures : public Metadata, public testing::WithParamInterface<PictureCase
 TEST_P(Pictures, FormatScanAspectAndLayout)
 {
     const PictureCase& c = GetParam();
-    Vl::Ptr<avi::FileInfo> f = open(buildFile(c.spec, std::nullopt));
+    Vl::Ptr<avi::FileInfo> f = open(buildFile(c.picture, std::nullopt));
     const ShotVideoMetadata& v = f->metadata()->video();
     EXPECT_TRUE(v.image().coreDataSet);
     // tracks, code, size, bits per component and pixel, stride, top-down, scan, aspect, format, rate, length, matrix
@@ -119,9 +119,9 @@ TEST_P(Pictures, FormatScanAspectAndLayout)
                                           v.image().bitsPerComponent, v.image().bitsPerPixel, v.layout().stride,
                                           v.layout().topDown, v.scanMode(), v.aspectRatio(), v.videoFormatUID(),
                                           std::uint64_t(v.frameRate()), v.lengthInFrames(), v.colour().matrix}),
-              (std::vector<std::uint64_t>{1, c.fcc, std::uint64_t(c.spec.width), std::uint64_t(c.spec.height),
+              (std::vector<std::uint64_t>{1, c.fcc, std::uint64_t(c.picture.width), std::uint64_t(c.picture.height),
                                           c.bitsPerComponent, c.bitsPerPixel, c.stride, c.topDown, c.scan, c.aspect,
-                                          c.format, std::uint64_t(Vl::eFrameRate25), 3, c.spec.width > 720 ? 2u : 1u}));
+                                          c.format, std::uint64_t(Vl::eFrameRate25), 3, c.picture.width > 720 ? 2u : 1u}));
     if (*c.assertion)
         EXPECT_NE(printed_.find(std::string("assertion failed false at ") + c.assertion), std::string::npos)
             << printed_;
@@ -133,53 +133,53 @@ INSTANTIATE_TEST_SUITE_P(
     FileInfo, Pictures,
     testing::Values(
         // Interlaced NTSC: lower field first; the vprp's 4:3.
-        PictureCase{"DvNtsc486", spec("dvsd", 720, 486, 24, videoProperties(0x00040003, 2)), makeFourCC("dvsd"), 8,
+        PictureCase{"DvNtsc486", picture("dvsd", 720, 486, 24, videoProperties(0x00040003, 2)), makeFourCC("dvsd"), 8,
                     16, 1440, true, 2, 1, 3, ""},
-        PictureCase{"DvPal169", spec("dvsd", 720, 576, 24, videoProperties(0x00100009, 2)), makeFourCC("dvsd"), 8,
+        PictureCase{"DvPal169", picture("dvsd", 720, 576, 24, videoProperties(0x00100009, 2)), makeFourCC("dvsd"), 8,
                     16, 1440, true, 1, 2, 15, ""},
-        PictureCase{"Dv50IsLowerFirst", spec("dv50", 720, 576, 24, videoProperties(0x00040003, 2)),
+        PictureCase{"Dv50IsLowerFirst", picture("dv50", 720, 576, 24, videoProperties(0x00040003, 2)),
                     makeFourCC("dv50"), 8, 16, 1440, true, 2, 1, 15, ""},
-        PictureCase{"ProgressiveMpeg2Family", spec("NPG2", 720, 576, 24), 0x3247504Eu, 8, 16, 1440, true, 3, 1, 15,
+        PictureCase{"ProgressiveMpeg2Family", picture("NPG2", 720, 576, 24), 0x3247504Eu, 8, 16, 1440, true, 3, 1, 15,
                     ""},
         PictureCase{"RgbWithoutCode", zeroCode(24), makeFourCC(" RGB"), 8, 24, 192, false, 3, 1, 0, ""},
         PictureCase{"ArgbWithoutCode", zeroCode(32), makeFourCC("ARGB"), 8, 32, 256, false, 3, 1, 0, ""},
-        PictureCase{"DibIsBottomUp", spec("DIB ", 64, 48, 8), makeFourCC("DIB "), 8, 16, 128, false, 3, 1, 0, ""},
-        PictureCase{"TwelveBitsAreSixPerComponent", spec("IYUV", 64, 48, 12), makeFourCC("IYUV"), 6, 12, 96, true,
+        PictureCase{"DibIsBottomUp", picture("DIB ", 64, 48, 8), makeFourCC("DIB "), 8, 16, 128, false, 3, 1, 0, ""},
+        PictureCase{"TwelveBitsAreSixPerComponent", picture("IYUV", 64, 48, 12), makeFourCC("IYUV"), 6, 12, 96, true,
                     3, 1, 0, ""},
-        PictureCase{"TenBit", spec("v210", 64, 48, 30), makeFourCC("v210"), 10, 20, 160, true, 3, 1, 0, ""},
-        PictureCase{"PackedYuvAt24Bits", spec("UYVY", 64, 48, 24), makeFourCC("UYVY"), 8, 16, 128, true, 3, 1, 0,
+        PictureCase{"TenBit", picture("v210", 64, 48, 30), makeFourCC("v210"), 10, 20, 160, true, 3, 1, 0, ""},
+        PictureCase{"PackedYuvAt24Bits", picture("UYVY", 64, 48, 24), makeFourCC("UYVY"), 8, 16, 128, true, 3, 1, 0,
                     ""},
-        PictureCase{"OddBitCount", spec("IYUV", 64, 48, 7), makeFourCC("IYUV"), 0, 0, 0, true, 3, 1, 0,
+        PictureCase{"OddBitCount", picture("IYUV", 64, 48, 7), makeFourCC("IYUV"), 0, 0, 0, true, 3, 1, 0,
                     "AVI/FileInfo line 362"},
         // Matrox without its record: the host's stride (6 pixels in 16 bytes, rows of 128).
-        PictureCase{"M101TenBitNoExtra", spec("M101", 720, 576, 30), makeFourCC("M101"), 10, 20, 1920, true, 3, 1,
+        PictureCase{"M101TenBitNoExtra", picture("M101", 720, 576, 30), makeFourCC("M101"), 10, 20, 1920, true, 3, 1,
                     15, ""},
-        PictureCase{"M101EightBitNoExtra", spec("M101", 720, 576, 16), makeFourCC("M101"), 8, 16, 1536, true, 3, 1,
+        PictureCase{"M101EightBitNoExtra", picture("M101", 720, 576, 16), makeFourCC("M101"), 8, 16, 1536, true, 3, 1,
                     15, ""},
-        PictureCase{"M101Record", spec("M101", 720, 576, 30, videoProperties(0x00040003, 1), matroxExtra(10, 2, 4, 2000)),
+        PictureCase{"M101Record", picture("M101", 720, 576, 30, videoProperties(0x00040003, 1), matroxExtra(10, 2, 4, 2000)),
                     makeFourCC("M101"), 10, 20, 2000, true, 2, 1, 15, ""},
         PictureCase{"M101RecordZeroStride",
-                    spec("m102", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 3, 5, 0)),
+                    picture("m102", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 3, 5, 0)),
                     makeFourCC("m102"), 8, 16, 1440, true, 3, 1, 15, ""},
         PictureCase{"M101BadScanCode",
-                    spec("M101", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 7, 4, 1440)),
+                    picture("M101", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 7, 4, 1440)),
                     makeFourCC("M101"), 8, 16, 1440, true, 3, 1, 15, "AVI/FileInfo line 267"},
         PictureCase{"M101BadLayoutCode",
-                    spec("M101", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 1, 9, 1440)),
+                    picture("M101", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 1, 9, 1440)),
                     makeFourCC("M101"), 8, 16, 1440, true, 1, 1, 15, "AVI/FileInfo line 292"},
         // No vprp: interlaced upper first, 16:9 above SD width.
-        PictureCase{"HdWithoutVprp", spec("dvh1", 1920, 1080, 24, std::nullopt), makeFourCC("dvh1"), 8, 16, 3840,
+        PictureCase{"HdWithoutVprp", picture("dvh1", 1920, 1080, 24, std::nullopt), makeFourCC("dvh1"), 8, 16, 3840,
                     true, 1, 2, 28, ""},
-        PictureCase{"FilmAspect", spec("dvh1", 2048, 1080, 24, videoProperties(0x01000087, 1)), makeFourCC("dvh1"), 8,
+        PictureCase{"FilmAspect", picture("dvh1", 2048, 1080, 24, videoProperties(0x01000087, 1)), makeFourCC("dvh1"), 8,
                     16, 4096, true, 3, 10, 40, ""},
         // The format exists, the aspect is not one of its own: logged, still opens.
-        PictureCase{"AspectNotOfFormat", spec("dvsd", 720, 576, 24, videoProperties(0x01000087, 1)),
+        PictureCase{"AspectNotOfFormat", picture("dvsd", 720, 576, 24, videoProperties(0x01000087, 1)),
                     makeFourCC("dvsd"), 8, 16, 1440, true, 3, 10, 15, "AVI/FileInfo line 450"}),
     [](const testing::TestParamInfo<PictureCase>& i) { return std::string(i.param.name); });
 
 TEST_F(Metadata, AspectNotOfTheFormatIsLoggedToBothLogs)
 {
-    open(buildFile(spec("dvsd", 720, 576, 24, videoProperties(0x01000087, 1)), std::nullopt));
+    open(buildFile(picture("dvsd", 720, 576, 24, videoProperties(0x01000087, 1)), std::nullopt));
     auto both = vlhost::logLines(1);
     ASSERT_FALSE(both.empty());
     EXPECT_EQ(both.back(), "Not a valid aspect ratio for format\n");
@@ -187,12 +187,12 @@ TEST_F(Metadata, AspectNotOfTheFormatIsLoggedToBothLogs)
 
 TEST_F(Metadata, ColourLayoutFollowsHeightThenScan)
 {
-    struct Case { VideoSpec spec; std::uint32_t layout; };
-    for (const Case& c : {Case{spec("dvsd", 720, 480, 24, videoProperties(0x00040003, 1)), 3},
-                          Case{spec("dvsd", 720, 576, 24, videoProperties(0x00040003, 1)), 4},
-                          Case{spec("dvsd", 720, 576, 24, videoProperties(0x00040003, 2)), 3}}) {
-        Vl::Ptr<avi::FileInfo> f = open(buildFile(c.spec, std::nullopt));
-        EXPECT_EQ(f->metadata()->video().colour().layout, c.layout) << c.spec.height;
+    struct Case { VideoSpec picture; std::uint32_t layout; };
+    for (const Case& c : {Case{picture("dvsd", 720, 480, 24, videoProperties(0x00040003, 1)), 3},
+                          Case{picture("dvsd", 720, 576, 24, videoProperties(0x00040003, 1)), 4},
+                          Case{picture("dvsd", 720, 576, 24, videoProperties(0x00040003, 2)), 3}}) {
+        Vl::Ptr<avi::FileInfo> f = open(buildFile(c.picture, std::nullopt));
+        EXPECT_EQ(f->metadata()->video().colour().layout, c.layout) << c.picture.height;
     }
 }
 
@@ -206,7 +206,7 @@ TEST_F(Metadata, AudioBesideVideo)
         AudioSpec a;
         a.formatTag = c.tag;
         a.bits = c.bits;
-        Vl::Ptr<avi::FileInfo> f = open(buildFile(spec("dvsd", 720, 576, 24), a));
+        Vl::Ptr<avi::FileInfo> f = open(buildFile(picture("dvsd", 720, 576, 24), a));
         const Aud::Metadata& m = f->metadata()->audio();
         EXPECT_EQ(m.audioStreams(), 1u);
         EXPECT_EQ(m.channelsPerStream(), 2u);
@@ -240,7 +240,7 @@ TEST_F(Metadata, AudioOnlyTakesTheProjectsScanModeAndImportSettings)
 TEST_F(Metadata, TimecodeStreamIsTheBaseEvenWithVideo)
 {
     // Stream 1 (audio, 48 kHz) carries the timecode, 2 s in.
-    Vl::Ptr<TimecodeFile> f(new TimecodeFile(write(buildFile(spec("dvsd", 720, 576, 24), AudioSpec{})), 1, 96000));
+    Vl::Ptr<TimecodeFile> f(new TimecodeFile(write(buildFile(picture("dvsd", 720, 576, 24), AudioSpec{})), 1, 96000));
     ASSERT_TRUE(f->readMetadata());
     EXPECT_EQ(f->timecodeStreamCount(), 1u);
     EXPECT_DOUBLE_EQ(f->baseRate(), 48000.0);
@@ -253,7 +253,7 @@ TEST_F(Metadata, TimecodeStreamIsTheBaseEvenWithVideo)
 
 TEST_F(Metadata, VideoIsTheBaseWithoutTimecodeStream)
 {
-    Vl::Ptr<TimecodeFile> f(new TimecodeFile(write(buildFile(spec("dvsd", 720, 576, 24), AudioSpec{})), -1, 75));
+    Vl::Ptr<TimecodeFile> f(new TimecodeFile(write(buildFile(picture("dvsd", 720, 576, 24), AudioSpec{})), -1, 75));
     ASSERT_TRUE(f->readMetadata());
     EXPECT_EQ(f->timecodeStreamCount(), 0u);
     EXPECT_DOUBLE_EQ(f->baseRate(), 25.0);
@@ -276,14 +276,14 @@ TEST_F(Metadata, AudioOnlyStartLabelCountsProjectFrames)
 
 TEST_F(Metadata, ZeroStartTimecodeGivesNoLabel)
 {
-    Vl::Ptr<TimecodeFile> f(new TimecodeFile(write(buildFile(spec("dvsd", 720, 576, 24), std::nullopt)), -1, 0));
+    Vl::Ptr<TimecodeFile> f(new TimecodeFile(write(buildFile(picture("dvsd", 720, 576, 24), std::nullopt)), -1, 0));
     ASSERT_TRUE(f->readMetadata());
     EXPECT_FALSE(f->metadata()->startLabel().valid());
 }
 
 TEST_F(Metadata, FilesWithNothingPlayableFail)
 {
-    VideoSpec empty = spec("dvsd", 720, 576, 24);
+    VideoSpec empty = picture("dvsd", 720, 576, 24);
     empty.frames = 0;
     open(buildFile(empty, std::nullopt), false);
 

@@ -151,9 +151,9 @@ TEST_F(Reads, FailedFrameCompletesWithStatusThreeAndCallsBack)
 
 TEST_F(Reads, AudioIsSplitPerChannelAndRepeatedRequestsComeFromTheCache)
 {
-    AudioSpec spec;
-    spec.bits = 24;
-    Vl::Ptr<FileReadInstance> f = open(buildFile(std::nullopt, spec));
+    AudioSpec format;
+    format.bits = 24;
+    Vl::Ptr<FileReadInstance> f = open(buildFile(std::nullopt, format));
     ASSERT_TRUE(f);
     Vl::Ptr<AudioReadRequest> r = audio(f, 0, 100, 50);
     ASSERT_EQ(r->getStatus(), RequestStatus::eCompleted);
