@@ -4,7 +4,10 @@
 #include <unistd.h>
 
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
+
+#include "vlhost/HostStats.h"
 
 namespace velloro {
 
@@ -25,6 +28,21 @@ std::string PluginLoader::defaultPath()
     std::string dir(exe, static_cast<std::size_t>(n));
     dir.resize(dir.find_last_of('/') == std::string::npos ? 0 : dir.find_last_of('/'));
     return dir + "/../lib/libvelloro_avi.so";
+}
+
+void commandError(const char* command, const char* path, const std::string& reason)
+{
+    std::fprintf(stderr, "velloro %s: %s: %s\n", command, path, reason.c_str());
+}
+
+bool PluginLoader::loadForCommand(const char* command, const char* path)
+{
+    std::string error;
+    vlhost::setLogEcho(false);
+    if (load(defaultPath(), error))
+        return true;
+    commandError(command, path, error);
+    return false;
 }
 
 bool PluginLoader::load(const std::string& path, std::string& error)

@@ -24,6 +24,9 @@ public:
 
     // False with the reason in error.
     bool load(const std::string& path, std::string& error);
+    // The default plug-in for a velloro command, with the editor's log kept
+    // off the terminal; on failure the command's error line is printed.
+    bool loadForCommand(const char* command, const char* path);
     void unload();
 
     VlPluginBase* plugin() const { return plugin_; }
@@ -36,5 +39,8 @@ private:
     void* handle_ = nullptr;
     VlPluginBase* plugin_ = nullptr;
 };
+
+// The one line a failed command prints: "velloro COMMAND: PATH: REASON".
+void commandError(const char* command, const char* path, const std::string& reason);
 
 } // namespace velloro

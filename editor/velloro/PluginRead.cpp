@@ -297,12 +297,9 @@ namespace {
 int withReader(const char* command, const char* path, auto&& work)
 {
     PluginLoader loader;
-    std::string error;
-    vlhost::setLogEcho(false);
-    if (!loader.load(PluginLoader::defaultPath(), error)) {
-        std::fprintf(stderr, "velloro %s: %s: %s\n", command, path, error.c_str());
+    if (!loader.loadForCommand(command, path))
         return 1;
-    }
+    std::string error;
     Vl::FileReaderResource* reader = loader.findReader("AVI FileReader");
     if (!reader) {
         std::fprintf(stderr, "velloro %s: %s: the plug-in has no \"AVI FileReader\"\n", command, path);
@@ -312,7 +309,7 @@ int withReader(const char* command, const char* path, auto&& work)
     bool ok = work(*reader, Morvane::convertString(path), out, error);
     std::fputs(out.c_str(), stdout);
     if (!ok) {
-        std::fprintf(stderr, "velloro %s: %s: %s\n", command, path, error.c_str());
+        commandError(command, path, error);
         return 1;
     }
     return 0;

@@ -474,12 +474,9 @@ namespace {
 int withPlugin(const char* command, const char* path, auto&& work)
 {
     PluginLoader loader;
-    std::string error;
-    vlhost::setLogEcho(false);
-    if (!loader.load(PluginLoader::defaultPath(), error)) {
-        std::fprintf(stderr, "velloro %s: %s: %s\n", command, path, error.c_str());
+    if (!loader.loadForCommand(command, path))
         return 1;
-    }
+    std::string error;
     Vl::FileReaderResource* reader = loader.findReader("AVI FileReader");
     Vl::FileWriterResource* writer = loader.findWriter("AVI FileWriter");
     if (!reader || !writer) {
@@ -488,7 +485,7 @@ int withPlugin(const char* command, const char* path, auto&& work)
         return 1;
     }
     if (!work(*reader, *writer, error)) {
-        std::fprintf(stderr, "velloro %s: %s: %s\n", command, path, error.c_str());
+        commandError(command, path, error);
         return 1;
     }
     return 0;
