@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"
+#include "ChunkSizeMutator.h"
 #include "FuzzInput.h"
 
 using Morvane::Avi::FileReader;
@@ -45,6 +46,12 @@ void askEverything(FileReader& r)
 }
 
 } // namespace
+
+extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
+                                               unsigned seed)
+{
+    return fuzz::mutateChunkSizes(data, size, maxSize, seed);
+}
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
