@@ -111,12 +111,7 @@ inline Bytes buildFile(const std::optional<VideoSpec>& video, const std::optiona
         }
     }
     b.end(movi);
-    Bytes idx;
-    for (const auto& e : entries) {
-        Bytes one = bytesOf(e);
-        idx.insert(idx.end(), one.begin(), one.end());
-    }
-    b.chunk("idx1", idx);
+    b.chunk("idx1", bytesOf(entries));
     b.end(riff);
     return b.bytes();
 }
@@ -136,15 +131,8 @@ inline Bytes buildLongGopFile()
     std::size_t strl = b.begin("LIST", "strl");
     b.record(streamHeader("vids", "MMES", 25, 1, total));
     b.chunk("strf", mmesFormat(576));
-    b.fcc("indx");
-    b.put(static_cast<std::uint32_t>(24 + 16 * 4));
-    b.put(std::uint16_t(4));
-    b.put(std::uint8_t(AVI_INDEX_IBP));
-    b.put(std::uint8_t(AVI_INDEX_OF_INDEXES));
-    b.put(std::uint32_t(1));
-    b.fcc("00dc");
-    for (int i = 0; i < 3; ++i)
-        b.put(std::uint32_t(0));
+    b.put(AVISUPERINDEX{ckid::indx, 24 + 16 * 4, 4, AVI_INDEX_IBP, AVI_INDEX_OF_INDEXES, 1, Morvane::makeFourCC("00dc"),
+                        {}});
     std::size_t superEntries = b.pos();
     for (int i = 0; i < 4; ++i)
         b.put(AVISUPERINDEX_ENTRY{});
@@ -163,15 +151,8 @@ inline Bytes buildLongGopFile()
     for (unsigned k = 0; k < total; ++k)
         headers.push_back(b.chunk("00dc", frameData(k, frameSize(k))));
     std::size_t at = b.pos();
-    b.fcc("ix00");
-    b.put(static_cast<std::uint32_t>(24 + 4 * 6 * total));
-    b.put(std::uint16_t(6));
-    b.put(std::uint8_t(AVI_INDEX_IBP));
-    b.put(std::uint8_t(AVI_INDEX_OF_CHUNKS));
-    b.put(static_cast<std::uint32_t>(total));
-    b.fcc("00dc");
-    b.put(std::uint64_t(movi));
-    b.put(std::uint32_t(0));
+    b.put(AVISTDINDEX{Morvane::makeFourCC("ix00"), 24 + 4 * 6 * total, 6, AVI_INDEX_IBP, AVI_INDEX_OF_CHUNKS, total,
+                      Morvane::makeFourCC("00dc"), movi, 0});
     for (unsigned k = 0; k < total; ++k)
         b.put(MQ_AVIIBPINDEX_ENTRY{headers[k], static_cast<std::uint32_t>(frameSize(k)) | type[k] << 29, display[k],
                                    real[k], 0});

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
+#include <fstream>
 
 #include "PluginRead.h"
 #include "common/TempDir.h"
@@ -41,14 +42,13 @@ TEST_P(Corpus, FrameMd5ThroughThePluginMatchesFfmpeg)
     EXPECT_EQ(withoutMismatchedAudio(GetParam(), comparable(ours)), withoutMismatchedAudio(GetParam(), expected));
     // The header lines ffmpeg prints for the video stream.
     if (ours.find("#media_type 0: video") != std::string::npos) {
-        std::string ref = slurp(path + ".framemd5");
-        for (const char* key : {"#tb 0:", "#codec_id 0:", "#dimensions 0:"}) {
-            auto line = [&](const std::string& text) {
-                auto at = text.find(key);
-                return at == std::string::npos ? std::string() : text.substr(at, text.find('\n', at) - at);
-            };
-            EXPECT_EQ(line(ours), line(ref)) << key;
-        }
+        const std::string ref = slurp(path + ".framemd5");
+        auto line = [](const std::string& text, const char* key) {
+            auto at = text.find(key);
+            return at == std::string::npos ? std::string() : text.substr(at, text.find('\n', at) - at);
+        };
+        for (const char* key : {"#tb 0:", "#codec_id 0:", "#dimensions 0:"})
+            EXPECT_EQ(line(ours, key), line(ref, key)) << key;
     }
 }
 
@@ -103,12 +103,7 @@ TEST(Velloro, BadFilesGiveOneLineWithTheFileAndTheReason)
 {
     testutil::TempDir dir;
     std::string text = (dir.path() / "notes.avi").string();
-    {
-        std::FILE* f = std::fopen(text.c_str(), "w");
-        ASSERT_NE(f, nullptr);
-        std::fputs("these are not the frames you are looking for\n", f);
-        std::fclose(f);
-    }
+    std::ofstream(text) << "these are not the frames you are looking for\n";
     for (const std::string& command : {std::string("framemd5"), std::string("probe")}) {
         for (const std::string& path : {text, (dir.path() / "missing.avi").string()}) {
             Outcome r = velloroRun(command + " '" + path + "'");

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 
 #include "AVI/FileInfo.h"
 #include "AVI/FileReader.h"
@@ -70,11 +71,11 @@ struct PictureCase
 {
     const char* name;
     VideoSpec picture;
-    std::uint32_t fcc;
+    std::uint32_t fcc; // 0: the file's own code
     std::uint32_t bitsPerComponent, bitsPerPixel, stride;
     bool topDown;
     std::uint32_t scan, aspect, format;
-    const char* assertion; // printed location, or ""
+    const char* assertion = ""; // printed location
 };
 
 VideoSpec picture(const char (&code)[5], std::int32_t w, std::int32_t h, std::uint16_t bits,
@@ -119,71 +120,62 @@ TEST_P(Pictures, FormatScanAspectAndLayout)
                                           v.image().bitsPerComponent, v.image().bitsPerPixel, v.layout().stride,
                                           v.layout().topDown, v.scanMode(), v.aspectRatio(), v.videoFormatUID(),
                                           std::uint64_t(v.frameRate()), v.lengthInFrames(), v.colour().matrix}),
-              (std::vector<std::uint64_t>{1, c.fcc, std::uint64_t(c.picture.width), std::uint64_t(c.picture.height),
-                                          c.bitsPerComponent, c.bitsPerPixel, c.stride, c.topDown, c.scan, c.aspect,
-                                          c.format, std::uint64_t(Vl::eFrameRate25), 3, c.picture.width > 720 ? 2u : 1u}));
+              (std::vector<std::uint64_t>{1, c.fcc ? c.fcc : c.picture.fcc, std::uint64_t(c.picture.width),
+                                          std::uint64_t(c.picture.height), c.bitsPerComponent, c.bitsPerPixel,
+                                          c.stride, c.topDown, c.scan, c.aspect, c.format,
+                                          std::uint64_t(Vl::eFrameRate25), 3, c.picture.width > 720 ? 2u : 1u}));
     if (*c.assertion)
         EXPECT_NE(printed_.find(std::string("assertion failed false at ") + c.assertion), std::string::npos)
             << printed_;
     else
         EXPECT_EQ(printed_, "");
+    // An aspect not of the format also goes to both logs.
+    auto both = vlhost::logLines(1);
+    EXPECT_EQ(both.empty() ? "" : both.back(),
+              c.assertion == std::string("AVI/FileInfo line 450") ? "Not a valid aspect ratio for format\n" : "");
 }
 
 INSTANTIATE_TEST_SUITE_P(
     FileInfo, Pictures,
     testing::Values(
         // Interlaced NTSC: lower field first; the vprp's 4:3.
-        PictureCase{"DvNtsc486", picture("dvsd", 720, 486, 24, videoProperties(0x00040003, 2)), makeFourCC("dvsd"), 8,
-                    16, 1440, true, 2, 1, 3, ""},
-        PictureCase{"DvPal169", picture("dvsd", 720, 576, 24, videoProperties(0x00100009, 2)), makeFourCC("dvsd"), 8,
-                    16, 1440, true, 1, 2, 15, ""},
-        PictureCase{"Dv50IsLowerFirst", picture("dv50", 720, 576, 24, videoProperties(0x00040003, 2)),
-                    makeFourCC("dv50"), 8, 16, 1440, true, 2, 1, 15, ""},
-        PictureCase{"ProgressiveMpeg2Family", picture("NPG2", 720, 576, 24), 0x3247504Eu, 8, 16, 1440, true, 3, 1, 15,
-                    ""},
-        PictureCase{"RgbWithoutCode", zeroCode(24), makeFourCC(" RGB"), 8, 24, 192, false, 3, 1, 0, ""},
-        PictureCase{"ArgbWithoutCode", zeroCode(32), makeFourCC("ARGB"), 8, 32, 256, false, 3, 1, 0, ""},
-        PictureCase{"DibIsBottomUp", picture("DIB ", 64, 48, 8), makeFourCC("DIB "), 8, 16, 128, false, 3, 1, 0, ""},
-        PictureCase{"TwelveBitsAreSixPerComponent", picture("IYUV", 64, 48, 12), makeFourCC("IYUV"), 6, 12, 96, true,
-                    3, 1, 0, ""},
-        PictureCase{"TenBit", picture("v210", 64, 48, 30), makeFourCC("v210"), 10, 20, 160, true, 3, 1, 0, ""},
-        PictureCase{"PackedYuvAt24Bits", picture("UYVY", 64, 48, 24), makeFourCC("UYVY"), 8, 16, 128, true, 3, 1, 0,
-                    ""},
-        PictureCase{"OddBitCount", picture("IYUV", 64, 48, 7), makeFourCC("IYUV"), 0, 0, 0, true, 3, 1, 0,
-                    "AVI/FileInfo line 362"},
+        PictureCase{"DvNtsc486", picture("dvsd", 720, 486, 24, videoProperties(0x00040003, 2)), 0, 8, 16, 1440, true,
+                    2, 1, 3},
+        PictureCase{"DvPal169", picture("dvsd", 720, 576, 24, videoProperties(0x00100009, 2)), 0, 8, 16, 1440, true,
+                    1, 2, 15},
+        PictureCase{"Dv50IsLowerFirst", picture("dv50", 720, 576, 24, videoProperties(0x00040003, 2)), 0, 8, 16, 1440,
+                    true, 2, 1, 15},
+        PictureCase{"ProgressiveMpeg2Family", picture("NPG2", 720, 576, 24), 0, 8, 16, 1440, true, 3, 1, 15},
+        PictureCase{"RgbWithoutCode", zeroCode(24), makeFourCC(" RGB"), 8, 24, 192, false, 3, 1, 0},
+        PictureCase{"ArgbWithoutCode", zeroCode(32), makeFourCC("ARGB"), 8, 32, 256, false, 3, 1, 0},
+        PictureCase{"DibIsBottomUp", picture("DIB ", 64, 48, 8), 0, 8, 16, 128, false, 3, 1, 0},
+        PictureCase{"TwelveBitsAreSixPerComponent", picture("IYUV", 64, 48, 12), 0, 6, 12, 96, true, 3, 1, 0},
+        PictureCase{"TenBit", picture("v210", 64, 48, 30), 0, 10, 20, 160, true, 3, 1, 0},
+        PictureCase{"PackedYuvAt24Bits", picture("UYVY", 64, 48, 24), 0, 8, 16, 128, true, 3, 1, 0},
+        PictureCase{"OddBitCount", picture("IYUV", 64, 48, 7), 0, 0, 0, 0, true, 3, 1, 0, "AVI/FileInfo line 362"},
         // Matrox without its record: the host's stride (6 pixels in 16 bytes, rows of 128).
-        PictureCase{"M101TenBitNoExtra", picture("M101", 720, 576, 30), makeFourCC("M101"), 10, 20, 1920, true, 3, 1,
-                    15, ""},
-        PictureCase{"M101EightBitNoExtra", picture("M101", 720, 576, 16), makeFourCC("M101"), 8, 16, 1536, true, 3, 1,
-                    15, ""},
-        PictureCase{"M101Record", picture("M101", 720, 576, 30, videoProperties(0x00040003, 1), matroxExtra(10, 2, 4, 2000)),
-                    makeFourCC("M101"), 10, 20, 2000, true, 2, 1, 15, ""},
+        PictureCase{"M101TenBitNoExtra", picture("M101", 720, 576, 30), 0, 10, 20, 1920, true, 3, 1, 15},
+        PictureCase{"M101EightBitNoExtra", picture("M101", 720, 576, 16), 0, 8, 16, 1536, true, 3, 1, 15},
+        PictureCase{"M101Record",
+                    picture("M101", 720, 576, 30, videoProperties(0x00040003, 1), matroxExtra(10, 2, 4, 2000)), 0, 10,
+                    20, 2000, true, 2, 1, 15},
         PictureCase{"M101RecordZeroStride",
-                    picture("m102", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 3, 5, 0)),
-                    makeFourCC("m102"), 8, 16, 1440, true, 3, 1, 15, ""},
+                    picture("m102", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 3, 5, 0)), 0, 8, 16,
+                    1440, true, 3, 1, 15},
         PictureCase{"M101BadScanCode",
-                    picture("M101", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 7, 4, 1440)),
-                    makeFourCC("M101"), 8, 16, 1440, true, 3, 1, 15, "AVI/FileInfo line 267"},
+                    picture("M101", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 7, 4, 1440)), 0, 8, 16,
+                    1440, true, 3, 1, 15, "AVI/FileInfo line 267"},
         PictureCase{"M101BadLayoutCode",
-                    picture("M101", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 1, 9, 1440)),
-                    makeFourCC("M101"), 8, 16, 1440, true, 1, 1, 15, "AVI/FileInfo line 292"},
+                    picture("M101", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 1, 9, 1440)), 0, 8, 16,
+                    1440, true, 1, 1, 15, "AVI/FileInfo line 292"},
         // No vprp: interlaced upper first, 16:9 above SD width.
-        PictureCase{"HdWithoutVprp", picture("dvh1", 1920, 1080, 24, std::nullopt), makeFourCC("dvh1"), 8, 16, 3840,
-                    true, 1, 2, 28, ""},
-        PictureCase{"FilmAspect", picture("dvh1", 2048, 1080, 24, videoProperties(0x01000087, 1)), makeFourCC("dvh1"), 8,
-                    16, 4096, true, 3, 10, 40, ""},
+        PictureCase{"HdWithoutVprp", picture("dvh1", 1920, 1080, 24, std::nullopt), 0, 8, 16, 3840, true, 1, 2, 28},
+        PictureCase{"FilmAspect", picture("dvh1", 2048, 1080, 24, videoProperties(0x01000087, 1)), 0, 8, 16, 4096,
+                    true, 3, 10, 40},
         // The format exists, the aspect is not one of its own: logged, still opens.
-        PictureCase{"AspectNotOfFormat", picture("dvsd", 720, 576, 24, videoProperties(0x01000087, 1)),
-                    makeFourCC("dvsd"), 8, 16, 1440, true, 3, 10, 15, "AVI/FileInfo line 450"}),
+        PictureCase{"AspectNotOfFormat", picture("dvsd", 720, 576, 24, videoProperties(0x01000087, 1)), 0, 8, 16, 1440,
+                    true, 3, 10, 15, "AVI/FileInfo line 450"}),
     [](const testing::TestParamInfo<PictureCase>& i) { return std::string(i.param.name); });
-
-TEST_F(Metadata, AspectNotOfTheFormatIsLoggedToBothLogs)
-{
-    open(buildFile(picture("dvsd", 720, 576, 24, videoProperties(0x01000087, 1)), std::nullopt));
-    auto both = vlhost::logLines(1);
-    ASSERT_FALSE(both.empty());
-    EXPECT_EQ(both.back(), "Not a valid aspect ratio for format\n");
-}
 
 TEST_F(Metadata, ColourLayoutFollowsHeightThenScan)
 {
@@ -208,16 +200,12 @@ TEST_F(Metadata, AudioBesideVideo)
         a.bits = c.bits;
         Vl::Ptr<avi::FileInfo> f = open(buildFile(picture("dvsd", 720, 576, 24), a));
         const Aud::Metadata& m = f->metadata()->audio();
-        EXPECT_EQ(m.audioStreams(), 1u);
-        EXPECT_EQ(m.channelsPerStream(), 2u);
-        EXPECT_EQ(m.bitsPerSample(), c.bits);
-        EXPECT_EQ(m.stride(), c.bits / 8u);
-        EXPECT_EQ(m.samplesPerSec(), 48000u);
-        EXPECT_EQ(m.endianType(), 0u);
-        EXPECT_EQ(m.dataType(), c.dataType) << c.tag;
+        // streams, channels, bits, stride, rate, endianness, data type, length (three frames at 25 a second)
+        EXPECT_EQ((std::vector<std::uint64_t>{m.audioStreams(), m.channelsPerStream(), m.bitsPerSample(), m.stride(),
+                                              m.samplesPerSec(), m.endianType(), m.dataType(), m.lengthInSamples()}),
+                  (std::vector<std::uint64_t>{1, 2, c.bits, c.bits / 8u, 48000, 0, c.dataType, 5760}))
+            << c.tag;
         EXPECT_EQ(m.sampleTypeNumber() != Aud::kInvalidSampleType, c.validSampleType) << c.tag;
-        // Three frames at 25 frames a second.
-        EXPECT_EQ(m.lengthInSamples(), 5760u);
         int set = 0;
         EXPECT_EQ(f->metadata()->config().in("useAudioImportSettings", set), 0);
     }
@@ -237,48 +225,39 @@ TEST_F(Metadata, AudioOnlyTakesTheProjectsScanModeAndImportSettings)
     EXPECT_FALSE(md.startLabel().valid()); // the container gives no timecode
 }
 
-TEST_F(Metadata, TimecodeStreamIsTheBaseEvenWithVideo)
+// Which stream the start timecode counts in, and the label it gives at
+// the project's output frame rate.
+TEST_F(Metadata, StartLabelFromTheBaseStream)
 {
-    // Stream 1 (audio, 48 kHz) carries the timecode, 2 s in.
-    Vl::Ptr<TimecodeFile> f(new TimecodeFile(write(buildFile(picture("dvsd", 720, 576, 24), AudioSpec{})), 1, 96000));
-    ASSERT_TRUE(f->readMetadata());
-    EXPECT_EQ(f->timecodeStreamCount(), 1u);
-    EXPECT_DOUBLE_EQ(f->baseRate(), 48000.0);
-    const edit_label& label = f->metadata()->startLabel();
-    ASSERT_TRUE(label.valid());
-    EXPECT_EQ(label.frames(), 50u); // at the project's 25 frames a second
-    EXPECT_EQ(label.text(), "00:00:02:00");
-    EXPECT_EQ(label.frameRate(), Vl::eFrameRate25); // 48000 is no frame rate: the project's
-}
-
-TEST_F(Metadata, VideoIsTheBaseWithoutTimecodeStream)
-{
-    Vl::Ptr<TimecodeFile> f(new TimecodeFile(write(buildFile(picture("dvsd", 720, 576, 24), AudioSpec{})), -1, 75));
-    ASSERT_TRUE(f->readMetadata());
-    EXPECT_EQ(f->timecodeStreamCount(), 0u);
-    EXPECT_DOUBLE_EQ(f->baseRate(), 25.0);
-    EXPECT_EQ(f->metadata()->startLabel().frames(), 75u);
-    EXPECT_EQ(f->metadata()->startLabel().scanMode(), 3u);
-    EXPECT_EQ(f->metadata()->startLabel().text(), "00:00:03:00");
-}
-
-TEST_F(Metadata, AudioOnlyStartLabelCountsProjectFrames)
-{
-    for (auto [rate, frames] : {std::pair{Vl::eFrameRate25, 50u}, std::pair{Vl::eFrameRate50, 100u}}) {
-        Vl::CurrentProject::setOutputImageFormat({1920, 1080, Vl::eProgressive, rate, 28});
-        Vl::Ptr<TimecodeFile> f(new TimecodeFile(write(buildFile(std::nullopt, AudioSpec{})), -1, 96000));
+    const struct { const char* name; bool video; int tcStream; std::uint32_t start; Vl::FrameRate projectRate;
+                   double baseRate; std::uint32_t frames; const char* text; } cases[] = {
+        // Stream 1 (audio, 48 kHz) carries the timecode, 2 s in; 48000 is no frame rate: the project's.
+        {"TimecodeStreamEvenWithVideo", true, 1, 96000, Vl::eFrameRate25, 48000.0, 50, "00:00:02:00"},
+        {"VideoWithoutTimecodeStream", true, -1, 75, Vl::eFrameRate25, 25.0, 75, "00:00:03:00"},
+        {"AudioOnlyAt25", false, -1, 96000, Vl::eFrameRate25, 48000.0, 50, nullptr},
+        {"AudioOnlyAt50", false, -1, 96000, Vl::eFrameRate50, 48000.0, 100, nullptr},
+        {"ZeroStartGivesNoLabel", true, -1, 0, Vl::eFrameRate25, 25.0, 0, nullptr},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        Vl::CurrentProject::setOutputImageFormat({1920, 1080, Vl::eProgressive, c.projectRate, 28});
+        auto video = c.video ? std::optional(picture("dvsd", 720, 576, 24)) : std::nullopt;
+        Vl::Ptr<TimecodeFile> f(new TimecodeFile(write(buildFile(video, AudioSpec{})), c.tcStream, c.start));
         ASSERT_TRUE(f->readMetadata());
-        EXPECT_EQ(f->startTimecode(), frames);
-        EXPECT_EQ(f->metadata()->startLabel().frames(), frames);
-        EXPECT_EQ(f->metadata()->startLabel().scanMode(), 3u);
+        EXPECT_EQ(f->timecodeStreamCount(), c.tcStream >= 0 ? 1u : 0u);
+        EXPECT_DOUBLE_EQ(f->baseRate(), c.baseRate);
+        EXPECT_EQ(f->startTimecode(), c.frames);
+        const edit_label& label = f->metadata()->startLabel();
+        ASSERT_EQ(label.valid(), c.frames != 0);
+        if (!label.valid())
+            continue;
+        // The rate is the base stream's, else the project's own (25), not its output format's.
+        EXPECT_EQ(std::tuple(label.frames(), label.scanMode(), label.frameRate()),
+                  std::tuple(c.frames, 3u, Vl::eFrameRate25));
+        if (c.text) {
+            EXPECT_EQ(label.text(), c.text);
+        }
     }
-}
-
-TEST_F(Metadata, ZeroStartTimecodeGivesNoLabel)
-{
-    Vl::Ptr<TimecodeFile> f(new TimecodeFile(write(buildFile(picture("dvsd", 720, 576, 24), std::nullopt)), -1, 0));
-    ASSERT_TRUE(f->readMetadata());
-    EXPECT_FALSE(f->metadata()->startLabel().valid());
 }
 
 TEST_F(Metadata, FilesWithNothingPlayableFail)
@@ -307,18 +286,16 @@ TEST(FormatSupport, BitsFromExtensionConfigAudioTypeAndDecoders)
         md->video().setDataFormat(fcc);
         return md;
     };
-    const VlWString path(L"/media/Clip.AVI");
-    EXPECT_EQ(reader.isFileFormatSupported(path, FileReadInstance::eOpenForPlayback, *metadata(201, makeFourCC("dvsd"))), 3);
-    EXPECT_EQ(reader.isFileFormatSupported(path, FileReadInstance::eOpenForPlayback, *metadata(232, makeFourCC("dvsd"))), 1);
-    EXPECT_EQ(reader.isFileFormatSupported(path, FileReadInstance::eOpenForPlayback, *metadata(201, makeFourCC("xxxx"))), 2);
-    EXPECT_EQ(reader.isFileFormatSupported(VlWString(L"/media/clip.mov"), FileReadInstance::eOpenForPlayback,
-                                           *metadata(201, makeFourCC("dvsd"))),
-              0);
+    auto supported = [&](const wchar_t* path, const Vl::Ptr<PlayFileMetadata>& md) {
+        return reader.isFileFormatSupported(VlWString(path), FileReadInstance::eOpenForPlayback, *md);
+    };
+    EXPECT_EQ(supported(L"/media/Clip.AVI", metadata(201, makeFourCC("dvsd"))), 3);
+    EXPECT_EQ(supported(L"/media/Clip.AVI", metadata(232, makeFourCC("dvsd"))), 1);
+    EXPECT_EQ(supported(L"/media/Clip.AVI", metadata(201, makeFourCC("xxxx"))), 2);
+    EXPECT_EQ(supported(L"/media/clip.mov", metadata(201, makeFourCC("dvsd"))), 0);
     auto marked = metadata(201, makeFourCC("dvsd"));
     marked->config().set("avi_type", static_cast<std::int64_t>(0));
-    EXPECT_EQ(reader.isFileFormatSupported(path, FileReadInstance::eOpenForPlayback, *marked), 0);
-    EXPECT_EQ(reader.priority(), 100);
-    EXPECT_EQ(reader.getMaxRequests(), 32u);
+    EXPECT_EQ(supported(L"/media/Clip.AVI", marked), 0);
 }
 
 } // namespace

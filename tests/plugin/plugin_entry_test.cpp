@@ -62,11 +62,20 @@ TEST_F(RawPlugin, HooksMoveTheInitialisedFlagAndRegisterReaderThenWriter)
     VlPluginBase* plugin = nullptr;
     EXPECT_FALSE(instance_(&plugin));
     ASSERT_NE(plugin, nullptr);
-    EXPECT_EQ(plugin->name(), "Velloro avi");
-    EXPECT_EQ(plugin->version(), "12.5.0.0");
-    EXPECT_EQ(plugin->components().size(), 0u);
+    EXPECT_EQ(std::pair(plugin->name(), plugin->version()), std::pair(String("Velloro avi"), String("12.5.0.0")));
     EXPECT_FALSE(plugin->enable());
     EXPECT_FALSE(plugin->disable());
+    // Before the load hook, and again after the unload hook, unloading
+    // finds nothing to release.
+    auto unloadDoesNothing = [&] {
+        auto before = vlhost::memoryStats();
+        plugin->preUnloadDeinitialization();
+        EXPECT_EQ(vlhost::memoryStats().frees, before.frees);
+        EXPECT_EQ(plugin->components().size(), 0u);
+        VlPluginBase* again = nullptr;
+        EXPECT_FALSE(instance_(&again));
+    };
+    unloadDoesNothing();
 
     plugin->postLoadInitialization();
     VlPluginBase* again = nullptr;
@@ -75,37 +84,18 @@ TEST_F(RawPlugin, HooksMoveTheInitialisedFlagAndRegisterReaderThenWriter)
     ASSERT_EQ(plugin->components().size(), 2u);
     const VlComponentBase* reader = plugin->components()[0];
     const VlComponentBase* writer = plugin->components()[1];
-    EXPECT_EQ(reader->name(), "AVI FileReader");
-    EXPECT_EQ(reader->typeCode(), 77u);
-    EXPECT_EQ(writer->name(), "AVI FileWriter");
-    EXPECT_EQ(writer->typeCode(), 0x20495641u);
+    EXPECT_EQ(std::pair(reader->name(), reader->typeCode()), std::pair(String("AVI FileReader"), 77u));
+    EXPECT_EQ(std::pair(writer->name(), writer->typeCode()), std::pair(String("AVI FileWriter"), 0x20495641u));
     auto* resource = dynamic_cast<const Vl::FileReaderResource*>(reader);
     ASSERT_NE(resource, nullptr);
-    EXPECT_EQ(resource->priority(), 100);
-    EXPECT_EQ(resource->getMaxRequests(), 32u);
+    EXPECT_EQ(std::pair(resource->priority(), resource->getMaxRequests()), std::pair(100, 32u));
     ASSERT_EQ(resource->getSupportedFileTypes().size(), 1u);
     EXPECT_EQ(resource->getSupportedFileTypes()[0], L"AVI");
     EXPECT_EQ(dynamic_cast<const Vl::FileReaderResource*>(writer), nullptr);
 
     plugin->preUnloadDeinitialization();
     EXPECT_FALSE(instance_(&again));
-    EXPECT_EQ(plugin->components().size(), 0u);
-    // A second call finds nothing to release.
-    auto before = vlhost::memoryStats();
-    plugin->preUnloadDeinitialization();
-    EXPECT_EQ(vlhost::memoryStats().frees, before.frees);
-    EXPECT_FALSE(instance_(&again));
-}
-
-TEST_F(RawPlugin, PreUnloadBeforeLoadDoesNothing)
-{
-    VlPluginBase* plugin = nullptr;
-    instance_(&plugin);
-    ASSERT_NE(plugin, nullptr);
-    auto before = vlhost::memoryStats();
-    plugin->preUnloadDeinitialization();
-    EXPECT_EQ(vlhost::memoryStats().frees, before.frees);
-    EXPECT_FALSE(instance_(&plugin));
+    unloadDoesNothing();
 }
 
 TEST_F(RawPlugin, TlsSlotsStartAtOneAndAreUniqueAcrossThreads)
