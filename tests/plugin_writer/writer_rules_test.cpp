@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <thread>
 #include <vector>
 
 #include "AVI/CodecExtraData.h"
@@ -15,36 +14,21 @@
 #include "common/TempDir.h"
 #include "host/ByteBufferImpl.h"
 #include "host/EncoderInfo.h"
-#include "util/fourcc.h"
+#include "plugin_writer/writer_support.h"
 
 namespace {
 
 using Morvane::makeFourCC;
 using Morvane::Avi::TrackStructuralData;
+using pluginwritertest::params;
 
-Vl::FileWriterParams params(const char* fcc, std::uint32_t width, std::uint32_t height, std::uint32_t streams = 1)
+// The codes as FourCC words, in order.
+std::vector<std::uint32_t> codes(std::initializer_list<const char*> names)
 {
-    Vl::FileWriterParams p;
-    p.typeName_ = "AVI";
-    p.image_.width = width;
-    p.image_.height = height;
-    p.image_.dataFormat = makeFourCC("UYVY");
-    p.image_.bitsPerComponent = 8;
-    VideoCompressionInfo& info = p.videoCompressionInfo_;
-    info.image() = p.image_;
-    info.setScanMode(Vl::eUpperFieldFirst);
-    info.setAspectRatio(Vl::eAspect16x9);
-    info.setFrameRate(Vl::eFrameRate29_97);
-    info.compression().setFcc(std::uint32_t(fcc[0]) | std::uint32_t(fcc[1]) << 8 | std::uint32_t(fcc[2]) << 16 |
-                              std::uint32_t(fcc[3]) << 24);
-    Aud::AudioSettings& a = p.audioSettings_;
-    a.setAudioStreams(streams);
-    a.setChannelsPerStream(2);
-    a.setBitsPerSample(16);
-    a.setStride(2);
-    a.setSamplesPerSec(48000);
-    a.setDataType(Aud::eDataPcm);
-    return p;
+    std::vector<std::uint32_t> out;
+    for (const char* n : names)
+        out.push_back(makeFourCC(reinterpret_cast<const char(&)[5]>(*n)));
+    return out;
 }
 
 struct Described
@@ -74,16 +58,10 @@ std::uint32_t u32(const unsigned char* p, std::size_t at)
 TEST(WriterTracks, HeightsFollowTheCompression)
 {
     struct Case { const char* fcc; std::uint32_t height, described; const char* assertion; } cases[] = {
-        {"GIMX", 486, 512, ""},
-        {"GIMX", 576, 608, ""},
+        {"GIMX", 486, 512, ""}, {"GIMX", 576, 608, ""},
         {"GIMX", 480, 0, "assertion failed false at AVI/FileWriter line 649\n"},
-        {"dvsd", 486, 480, ""},
-        {"dv25", 486, 480, ""},
-        {"dv50", 486, 480, ""},
-        {"PPG2", 486, 480, ""},
-        {"dvsd", 576, 576, ""},
-        {"dvh1", 1080, 1080, ""},
-        {"UYVY", 486, 486, ""},
+        {"dvsd", 486, 480, ""}, {"dv25", 486, 480, ""}, {"dv50", 486, 480, ""}, {"PPG2", 486, 480, ""},
+        {"dvsd", 576, 576, ""}, {"dvh1", 1080, 1080, ""}, {"UYVY", 486, 486, ""},
     };
     for (const Case& c : cases) {
         Described d;
@@ -144,13 +122,8 @@ TEST(WriterTracks, OddCodesAndValues)
 
 TEST(WriterCodecBlocks, Mpeg2ByWidth)
 {
-    struct Case
-    {
-        const char* fcc;
-        std::uint32_t width, height;
-        bool high;
-        const char* tag;
-        std::uint32_t profile, level;
+    struct Case {
+        const char* fcc; std::uint32_t width, height; bool high; const char* tag; std::uint32_t profile, level;
     } cases[] = {
         {"MMES", 720, 576, false, "MMES", 2, 2},  {"M701", 1920, 1080, false, "M701", 2, 4},
         {"MMES", 721, 576, true, "M701", 6, 4},   {"NPG2", 720, 486, false, "MMES", 2, 2},
@@ -169,7 +142,7 @@ TEST(WriterCodecBlocks, Mpeg2ByWidth)
             {0, 44},        {4, makeFourCC("vids")}, {20, 0xE06D8026u}, {48, 0xE06D80E3u},        {68, 136},
             {108, 50000000}, {116, 333667},         {120, 0},           {148, 40},                 {152, c.width},
             {156, c.height}, {160, 1u | 24u << 16}, {196, c.profile},   {200, c.level},
-            {164, makeFourCC(reinterpret_cast<const char(&)[5]>(*c.tag))}};
+            {164, codes({c.tag})[0]}};
         for (auto [at, want] : words)
             EXPECT_EQ(u32(b, at), want) << c.fcc << " at " << at;
         std::size_t nonZero = 0;
@@ -185,12 +158,8 @@ TEST(WriterCodecBlocks, Mpeg2ByWidth)
 
 TEST(WriterCodecBlocks, MatroxStrides)
 {
-    struct Case
-    {
-        const char* fcc;
-        std::uint32_t width, height, dataFormat, stride, scan;
-        std::uint32_t expected, w3, w4;
-        bool asserts;
+    struct Case {
+        const char* fcc; std::uint32_t width, height, dataFormat, stride, scan, expected, w3, w4; bool asserts;
     } cases[] = {
         {"M103", 1920, 1080, makeFourCC("UYVY"), 0, 1, 5760, 1, 5, false},
         {"M101", 1920, 1080, makeFourCC("UYVY"), 0, 1, 3840, 1, 5, false},
@@ -220,8 +189,8 @@ class Negotiation : public testing::Test
 protected:
     void TearDown() override
     {
-        for (const char* f : {"dvsd", "dv25", "dv50"})
-            Vl::EncoderInfo::registerEncoder(makeFourCC(reinterpret_cast<const char(&)[5]>(*f)));
+        for (std::uint32_t f : codes({"dvsd", "dv25", "dv50"}))
+            Vl::EncoderInfo::registerEncoder(f);
     }
     std::vector<std::uint32_t> offered()
     {
@@ -237,16 +206,9 @@ protected:
 
 TEST_F(Negotiation, OfferedFormatsInOrder)
 {
-    const std::uint32_t tail[] = {makeFourCC("YUY2"), makeFourCC("UYVY"), makeFourCC("M101"),
-                                  makeFourCC("M102"), makeFourCC("MMES"), makeFourCC("M701")};
-    std::vector<std::uint32_t> all = {makeFourCC("dvsd"), makeFourCC("dv25"), makeFourCC("dv50"), makeFourCC("dvh1")};
-    all.insert(all.end(), std::begin(tail), std::end(tail));
-    EXPECT_EQ(offered(), all);
-
+    EXPECT_EQ(offered(), codes({"dvsd", "dv25", "dv50", "dvh1", "YUY2", "UYVY", "M101", "M102", "MMES", "M701"}));
     Vl::EncoderInfo::unregisterEncoder(makeFourCC("dvsd"));
-    std::vector<std::uint32_t> noDv = {makeFourCC("dvh1")};
-    noDv.insert(noDv.end(), std::begin(tail), std::end(tail));
-    EXPECT_EQ(offered(), noDv);
+    EXPECT_EQ(offered(), codes({"dvh1", "YUY2", "UYVY", "M101", "M102", "MMES", "M701"}));
 
     VectorExt<Compression::SupportedFormatT> out;
     writer_.getSupportedFileFormats("MOV", out);
@@ -283,22 +245,17 @@ TEST_F(Negotiation, PerPictureList)
         ShotVideoMetadata m;
         m.setWidth(width);
         m.setHeight(height);
-        m.setDataFormat(makeFourCC(reinterpret_cast<const char(&)[5]>(*data)));
+        m.setDataFormat(codes({data})[0]);
         std::vector<std::uint32_t> v;
         for (auto f : writer_.getSupportedFileFormats("AVI", m))
             v.push_back(f);
         return v;
     };
-    EXPECT_EQ(list(720, 576, "UYVY"), (std::vector<std::uint32_t>{makeFourCC("dvsd"), makeFourCC("dv25"),
-                                                                    makeFourCC("dv50"), makeFourCC("MMES"),
-                                                                    makeFourCC("MJPG"), makeFourCC("M101"),
-                                                                    makeFourCC("ARGB")}));
+    EXPECT_EQ(list(720, 576, "UYVY"), codes({"dvsd", "dv25", "dv50", "MMES", "MJPG", "M101", "ARGB"}));
     // No encoder takes an odd width.
-    EXPECT_EQ(list(721, 576, "M101"), (std::vector<std::uint32_t>{makeFourCC("M102")}));
-    EXPECT_EQ(list(722, 576, "M101"), (std::vector<std::uint32_t>{makeFourCC("M701"), makeFourCC("MJPG"),
-                                                                    makeFourCC("M102")}));
-    EXPECT_EQ(list(1920, 1080, "YUY2"), (std::vector<std::uint32_t>{makeFourCC("dvh1"), makeFourCC("M701"),
-                                                                      makeFourCC("MJPG"), makeFourCC("M102")}));
+    EXPECT_EQ(list(721, 576, "M101"), codes({"M102"}));
+    EXPECT_EQ(list(722, 576, "M101"), codes({"M701", "MJPG", "M102"}));
+    EXPECT_EQ(list(1920, 1080, "YUY2"), codes({"dvh1", "M701", "MJPG", "M102"}));
     ShotVideoMetadata m;
     EXPECT_TRUE(writer_.getSupportedFileFormats("WAV", m).empty());
 

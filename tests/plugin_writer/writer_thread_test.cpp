@@ -2,7 +2,6 @@
 // in uneven runs while frames are queued, read back sample for sample.
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
@@ -12,44 +11,20 @@
 #include "host/ByteBufferImpl.h"
 #include "host/FileInfoBase.h"
 #include "host/VlDynamicCast.h"
-#include "util/fourcc.h"
+#include "plugin_writer/writer_support.h"
 #include "vlhost/HostStats.h"
 
 namespace {
 
-using Morvane::makeFourCC;
-
-std::string run(const std::string& command)
-{
-    std::string out;
-    if (FILE* p = ::popen(command.c_str(), "r")) {
-        char buf[65536];
-        std::size_t n;
-        while ((n = std::fread(buf, 1, sizeof buf, p)) > 0)
-            out.append(buf, n);
-        ::pclose(p);
-    }
-    return out;
-}
+using pluginwritertest::params;
+using pluginwritertest::run;
 
 TEST(WriterThread, AudioFromAnotherThreadStaysInOrderAndInSync)
 {
     testutil::TempDir dir;
     avi::FileWriter writer;
-    Vl::FileWriterParams p;
-    p.typeName_ = "AVI";
-    p.image_ = {64, 48, makeFourCC("UYVY"), 8, 16, true};
-    p.videoCompressionInfo_.image() = p.image_;
+    Vl::FileWriterParams p = params("UYVY", 64, 48);
     p.videoCompressionInfo_.setScanMode(Vl::eProgressive);
-    p.videoCompressionInfo_.setAspectRatio(Vl::eAspect4x3);
-    p.videoCompressionInfo_.setFrameRate(Vl::eFrameRate29_97);
-    p.videoCompressionInfo_.compression().setFcc(makeFourCC("UYVY"));
-    p.audioSettings_.setAudioStreams(1);
-    p.audioSettings_.setChannelsPerStream(2);
-    p.audioSettings_.setBitsPerSample(16);
-    p.audioSettings_.setStride(2);
-    p.audioSettings_.setSamplesPerSec(48000);
-    p.audioSettings_.setDataType(Aud::eDataPcm);
     const std::string path = dir.path().string() + "/t.avi";
     Vl::Ptr<FileWriteInstance> instance;
     ASSERT_EQ(writer.openFile(VlWString(dir.file("t.avi")), p, instance), 1);
