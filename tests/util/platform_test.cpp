@@ -36,16 +36,12 @@ TEST(Platform, VlErrFromHresultTable)
 
 TEST(Platform, HRFromLastError)
 {
-    errno = ENOSPC;
-    EXPECT_EQ(HRFromLastError(), static_cast<HRESULT>(0x80070070)) << "disk full keeps its Windows code";
-    errno = EIO;
-    EXPECT_EQ(HRFromLastError(), static_cast<HRESULT>(0x80070005));
-    errno = ENOENT;
-    EXPECT_EQ(HRFromLastError(), static_cast<HRESULT>(0x80070002));
-    errno = 0;
-    EXPECT_EQ(HRFromLastError(), E_FAIL);
-    errno = -5;
-    EXPECT_EQ(HRFromLastError(), -5);
+    // Disk full keeps its Windows code; no error is a plain failure; a negative value passes through.
+    for (auto [err, hr] : {std::pair{ENOSPC, 0x80070070u}, {EIO, 0x80070005u}, {ENOENT, 0x80070002u},
+                           {0, static_cast<unsigned>(E_FAIL)}, {-5, static_cast<unsigned>(-5)}}) {
+        errno = err;
+        EXPECT_EQ(HRFromLastError(), static_cast<HRESULT>(hr)) << err;
+    }
 }
 
 TEST(Platform, AssertionLineNamesSourceWithoutExtension)
@@ -72,7 +68,9 @@ TEST(Platform, LtowParsesInsteadOfWriting)
     }
 }
 
-TEST(Platform, Wcslcat)
+// The wide-string shims: what they write, what they return, and what a
+// missing argument prints.
+TEST(Platform, WideStringShims)
 {
     wchar_t dst[8] = L"abc";
     EXPECT_EQ(wcslcat(dst, L"defgh", 8), 8u) << "length it tried to create";
@@ -80,34 +78,25 @@ TEST(Platform, Wcslcat)
     wchar_t full[4] = L"abc";
     EXPECT_EQ(wcslcat(full, L"xy", 0), 2u) << "size 0: only the source length";
     EXPECT_STREQ(full, L"abc");
-    std::string out = captureStdout([] { wcslcat(nullptr, L"x", 4); });
-    EXPECT_EQ(out, "assertion failed dst != NULL at util/linux/platform line 31\n");
-    out = captureStdout([&] { wcslcat(dst, nullptr, 4); });
-    EXPECT_EQ(out, "assertion failed src != NULL at util/linux/platform line 32\n");
-}
+    EXPECT_EQ(captureStdout([] { wcslcat(nullptr, L"x", 4); }),
+              "assertion failed dst != NULL at util/linux/platform line 31\n");
+    EXPECT_EQ(captureStdout([&] { wcslcat(dst, nullptr, 4); }),
+              "assertion failed src != NULL at util/linux/platform line 32\n");
 
-TEST(Platform, CaseShimsBothUpperCase)
-{
-    wchar_t a[] = L"abcd";
+    // Both case shims upper-case.
+    wchar_t a[] = L"abcd", b[] = L"abcd";
     EXPECT_EQ(wcsntoupper(a, 2), 2u);
     EXPECT_STREQ(a, L"ABcd");
-    wchar_t b[] = L"abcd";
     EXPECT_EQ(wcsntolower(b, 3), 3u);
     EXPECT_STREQ(b, L"ABCd");
-}
 
-TEST(Platform, WcscpyS)
-{
-    wchar_t dst[4];
+    wchar_t four[4];
     EXPECT_EQ(wcscpy_s(nullptr, 4, L"a"), 22);
-    EXPECT_EQ(wcscpy_s(dst, 4, nullptr), 22);
-    EXPECT_EQ(wcscpy_s(dst, 3, L"abc"), 34);
-    EXPECT_EQ(wcscpy_s(dst, 4, L"abc"), 0);
-    EXPECT_STREQ(dst, L"abc");
-}
+    EXPECT_EQ(wcscpy_s(four, 4, nullptr), 22);
+    EXPECT_EQ(wcscpy_s(four, 3, L"abc"), 34);
+    EXPECT_EQ(wcscpy_s(four, 4, L"abc"), 0);
+    EXPECT_STREQ(four, L"abc");
 
-TEST(Platform, StringCchPrintfW)
-{
     wchar_t buf[6];
     EXPECT_EQ(StringCchPrintfW(buf, 6, L"%d", 12345), S_OK);
     EXPECT_STREQ(buf, L"12345");
