@@ -4,6 +4,7 @@
 #include <cstring>
 #include <fstream>
 #include <memory>
+#include <tuple>
 #include <vector>
 
 #include "FileFormats/common/filereaderunbuffered.h"
@@ -57,31 +58,29 @@ protected:
 TEST_F(UnbufferedReader, SeekLandsOnTheSectorAndReadCoversWholeSectors)
 {
     ASSERT_EQ(reader.seek(1000, 0), S_OK);
-    EXPECT_EQ(reader.getPos(), 512u);
-    EXPECT_EQ(reader.getOffset(), 488u);
-
-    AlignedBlock buf(1024);
-    unsigned actual = 0, offset = 0;
+    EXPECT_EQ(std::pair(reader.getPos(), reader.getOffset()), std::pair(512ul, 488u));
+    AlignedBlock buf(2048);
+    unsigned actual = 77, offset = 77;
+    // 488 + 537 = 1025 bytes need three sectors; a count that would wrap a
+    // 32-bit sum is refused as well; nothing is read.
+    for (unsigned n : {537u, 0xFFFFFF00u}) {
+        EXPECT_EQ(reader.read(buf.p, 1024, n, actual, offset), static_cast<HRESULT>(0x8007007A)) << n;
+        EXPECT_EQ(std::tuple(actual, offset, reader.getPos()), std::tuple(77u, 77u, 512ul)) << n;
+    }
     ASSERT_EQ(reader.read(buf.p, 1024, 100, actual, offset), S_OK);
     EXPECT_EQ(actual, 1024u) << "588 rounded up to two sectors";
     EXPECT_EQ(offset, 488u);
     for (unsigned i = 0; i < 100; ++i)
         ASSERT_EQ(buf.p[offset + i], patternByte(1000 + i)) << i;
     EXPECT_EQ(reader.getPos(), 1536u);
-}
 
-TEST_F(UnbufferedReader, TooSmallBufferFailsBeforeTouchingTheFile)
-{
-    ASSERT_EQ(reader.seek(1000, 0), S_OK);
-    AlignedBlock buf(1024);
-    unsigned actual = 77, offset = 77;
-    // 488 + 537 = 1025 bytes need three sectors.
-    EXPECT_EQ(reader.read(buf.p, 1024, 537, actual, offset), static_cast<HRESULT>(0x8007007A));
-    EXPECT_EQ(actual, 77u);
-    EXPECT_EQ(offset, 77u);
-    EXPECT_EQ(reader.getPos(), 512u) << "nothing was read";
-    // A count that would wrap a 32-bit sum is refused as well.
-    EXPECT_EQ(reader.read(buf.p, 1024, 0xFFFFFF00u, actual, offset), static_cast<HRESULT>(0x8007007A));
+    // At the end, what is there; past it, nothing.
+    ASSERT_EQ(reader.seek(8000, 0), S_OK);
+    ASSERT_EQ(reader.read(buf.p, 2048, 1000, actual, offset), S_OK);
+    EXPECT_EQ(std::pair(actual, offset), std::pair(8192u - 7680u, 320u));
+    ASSERT_EQ(reader.seek(8192, 0), S_OK);
+    errno = 0;
+    EXPECT_EQ(reader.read(buf.p, 2048, 10, actual, offset), E_FAIL);
 }
 
 TEST_F(UnbufferedReader, AlignedReadPadsTheRequestedByteToTheAlignment)
@@ -111,19 +110,6 @@ TEST_F(UnbufferedReader, AlignedReadPadsTheRequestedByteToTheAlignment)
         << "1016 bytes left after the pad cannot take two sectors";
 }
 
-TEST_F(UnbufferedReader, ReadAtTheEndGivesWhatIsThere)
-{
-    ASSERT_EQ(reader.seek(8000, 0), S_OK);
-    AlignedBlock buf(2048);
-    unsigned actual = 0, offset = 0;
-    ASSERT_EQ(reader.read(buf.p, 2048, 1000, actual, offset), S_OK);
-    EXPECT_EQ(actual, 8192u - 7680u);
-    EXPECT_EQ(offset, 320u);
-    ASSERT_EQ(reader.seek(8192, 0), S_OK);
-    errno = 0;
-    EXPECT_EQ(reader.read(buf.p, 2048, 10, actual, offset), E_FAIL) << "nothing past the end";
-}
-
 TEST_F(UnbufferedReader, SecondOpenFailsAndKeepsTheFirst)
 {
     HRESULT hr = S_OK;
@@ -141,17 +127,13 @@ TEST(DiskFile, BufferedOpenHasSectorSizeOne)
     std::wstring path = makePatternFile(dir, "data.bin", 3000);
     Pell::CFileReaderUnbuffered reader;
     ASSERT_EQ(reader.load(path, iFile::eNone), S_OK);
-    EXPECT_EQ(reader.getSectorSize(), 1u);
-    EXPECT_EQ(reader.roundUpToSectorBoundary(1001), 1001u);
+    EXPECT_EQ(std::pair(reader.getSectorSize(), reader.roundUpToSectorBoundary(1001)), std::pair(1u, 1001ul));
     ASSERT_EQ(reader.seek(1001, 0), S_OK);
-    EXPECT_EQ(reader.getPos(), 1001u);
-    EXPECT_EQ(reader.getOffset(), 0u);
+    EXPECT_EQ(std::pair(reader.getPos(), reader.getOffset()), std::pair(1001ul, 0u));
     unsigned char buf[16];
     unsigned actual = 0, offset = 9;
     ASSERT_EQ(reader.read(buf, 16, 16, actual, offset), S_OK);
-    EXPECT_EQ(actual, 16u);
-    EXPECT_EQ(offset, 0u);
-    EXPECT_EQ(buf[0], patternByte(1001));
+    EXPECT_EQ(std::tuple(actual, offset, buf[0]), std::tuple(16u, 0u, patternByte(1001)));
 
     Pell::CFileReader plain;
     ASSERT_EQ(plain.load(path), S_OK);
@@ -230,14 +212,12 @@ TEST(DiskFile, UnbufferedWriterTakesWholeSectorsOnly)
     std::ifstream f(dir.path() / "out.bin", std::ios::binary);
     std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
     ASSERT_EQ(bytes.size(), 2048u);
-    EXPECT_EQ(bytes[511], patternByte(511));
-    EXPECT_EQ(bytes[512], 0xEE);
-    EXPECT_EQ(bytes[1024], patternByte(1024));
-
-    EXPECT_TRUE(Pell::CDiskFile::exists(path));
-    EXPECT_TRUE(Pell::CDiskFile::remove(path));
-    EXPECT_FALSE(Pell::CDiskFile::exists(path));
-    EXPECT_FALSE(Pell::CDiskFile::remove(path));
+    EXPECT_EQ(std::tuple(bytes[511], bytes[512], bytes[1024]),
+              std::tuple(patternByte(511), static_cast<unsigned char>(0xEE), patternByte(1024)));
+    // exists, remove, then neither again (braced lists run in order)
+    EXPECT_EQ((std::vector<bool>{Pell::CDiskFile::exists(path), Pell::CDiskFile::remove(path),
+                                 Pell::CDiskFile::exists(path), Pell::CDiskFile::remove(path)}),
+              (std::vector<bool>{true, true, false, false}));
 }
 
 TEST(DiskFile, LastErrorText)
