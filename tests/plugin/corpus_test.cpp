@@ -3,7 +3,7 @@
 // component, frame-exact against ffmpeg; and velloro's commands.
 #include <gtest/gtest.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>

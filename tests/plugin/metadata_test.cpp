@@ -91,13 +91,6 @@ VideoSpec picture(const char (&code)[5], std::int32_t w, std::int32_t h, std::ui
     return s;
 }
 
-VideoSpec zeroCode(std::uint16_t bits)
-{
-    VideoSpec s = picture("dvsd", 64, 48, bits);
-    s.fcc = 0;
-    return s;
-}
-
 Bytes matroxExtra(std::uint32_t bitsPerComponent, std::uint32_t scan, std::uint32_t layout, std::uint32_t stride)
 {
     std::uint32_t words[6] = {0xAAAA, 0xBBBB, bitsPerComponent | 0x50000, scan, layout, stride};
@@ -146,8 +139,8 @@ INSTANTIATE_TEST_SUITE_P(
         PictureCase{"Dv50IsLowerFirst", picture("dv50", 720, 576, 24, videoProperties(0x00040003, 2)), 0, 8, 16, 1440,
                     true, 2, 1, 15},
         PictureCase{"ProgressiveMpeg2Family", picture("NPG2", 720, 576, 24), 0, 8, 16, 1440, true, 3, 1, 15},
-        PictureCase{"RgbWithoutCode", zeroCode(24), makeFourCC(" RGB"), 8, 24, 192, false, 3, 1, 0},
-        PictureCase{"ArgbWithoutCode", zeroCode(32), makeFourCC("ARGB"), 8, 32, 256, false, 3, 1, 0},
+        PictureCase{"RgbWithoutCode", picture("\0\0\0\0", 64, 48, 24), makeFourCC(" RGB"), 8, 24, 192, false, 3, 1, 0},
+        PictureCase{"ArgbWithoutCode", picture("\0\0\0\0", 64, 48, 32), makeFourCC("ARGB"), 8, 32, 256, false, 3, 1, 0},
         PictureCase{"DibIsBottomUp", picture("DIB ", 64, 48, 8), 0, 8, 16, 128, false, 3, 1, 0},
         PictureCase{"TwelveBitsAreSixPerComponent", picture("IYUV", 64, 48, 12), 0, 6, 12, 96, true, 3, 1, 0},
         PictureCase{"TenBit", picture("v210", 64, 48, 30), 0, 10, 20, 160, true, 3, 1, 0},

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
+#include <tuple>
 #include <vector>
 
 #include "AVI/CodecExtraData.h"
@@ -77,9 +78,9 @@ TEST(WriterTracks, VideoAndAudioWords)
     Described d;
     describe(params("dvsd", 720, 486, 2), d);
     ASSERT_EQ(d.tracks.size(), 4u);
-    EXPECT_EQ(d.tracks[0].Type, Morvane::Avi::StreamTimecode);
-    EXPECT_EQ(d.tracks[0].Data.Words[0], 30000u | std::uint64_t(1001) << 32); // rate, then scale
-    EXPECT_EQ(d.tracks[0].pExtraData, nullptr);
+    // The header track: rate, then scale, in its first word.
+    EXPECT_EQ(std::tuple(d.tracks[0].Type, d.tracks[0].Data.Words[0], d.tracks[0].pExtraData),
+              std::tuple(Morvane::Avi::StreamTimecode, 30000u | std::uint64_t(1001) << 32, nullptr));
     const auto& v = d.tracks[1].Data.VInfo;
     EXPECT_EQ(d.tracks[1].Type, Morvane::Avi::StreamVideo);
     // width, code, bits, fields, aspect, rate, scale, the two reserved words, the frame size word
@@ -104,9 +105,8 @@ TEST(WriterTracks, OddCodesAndValues)
     Described d;
     describe(p, d);
     ASSERT_EQ(d.tracks.size(), 2u); // no audio: header and video only
-    EXPECT_EQ(d.tracks[1].Data.VInfo.width, 1440u);
-    EXPECT_EQ(d.tracks[1].Data.VInfo.fieldCode, 4u);
-    EXPECT_EQ(d.tracks[1].Data.VInfo.aspectRatio, 0x00010001u);
+    const auto& v = d.tracks[1].Data.VInfo;
+    EXPECT_EQ(std::tuple(v.width, v.fieldCode, v.aspectRatio), std::tuple(1440u, 4u, 0x00010001u));
     EXPECT_EQ(d.printed, "assertion failed false at AVI/FileWriter line 766\n");
 
     p = params("UYVY", 720, 576, 1);
