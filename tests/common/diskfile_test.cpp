@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
-#include <memory>
 #include <tuple>
 #include <vector>
 

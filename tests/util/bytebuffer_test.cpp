@@ -3,8 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <fstream>
-#include <iterator>
+#include <functional>
 #include <tuple>
 #include <vector>
 
@@ -36,13 +35,7 @@ TEST(ByteBuffer, AppendStopsAtCapacityAndFullBufferHasNoEnd)
 
 TEST(ByteBuffer, RefusalsLeaveTheBufferAsItWas)
 {
-    struct Case
-    {
-        const char* name;
-        std::function<bool(CByteBuffer&)> op;
-        const char* assertion;
-    };
-    const Case cases[] = {
+    const struct { const char* name; std::function<bool(CByteBuffer&)> op; const char* assertion; } cases[] = {
         {"inflate to the same capacity", [](CByteBuffer& b) { return b.inflate(8); }, "assertion failed 0"},
         {"inflate smaller", [](CByteBuffer& b) { return b.inflate(4); }, "assertion failed 0"},
         {"setUsed past capacity", [](CByteBuffer& b) { return b.setUsed(9); }, "assertion failed 0"},

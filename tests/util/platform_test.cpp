@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <clocale>
 #include <cstdlib>
 
 #include "OS/VlErrFromHresult.h"

@@ -66,7 +66,7 @@ TEST(TimecodeStandards, RowsAsListedAndInvalidNumbers)
     }
 }
 
-TEST(TimecodeRate, SnapsNearCanonicalRates)
+TEST(TimecodeRate, SnapsNearCanonicalRatesAndAbsurdOnesStaySafe)
 {
     const struct { double in; float out; } cases[] = {
         {0.5, 25.0f}, {23.99995, 24.0f}, {23.98, 23.976025f}, {23.99, 23.99f}, {25.0, 25.0f},
@@ -79,11 +79,7 @@ TEST(TimecodeRate, SnapsNearCanonicalRates)
         EXPECT_EQ(rate, c.out) << c.in;
         EXPECT_EQ(out, !(c.in >= 1) ? "assertion failed false at util/pellistimecode line 123\n" : "") << c.in;
     }
-}
-
-// Nothing counts at such rates, but nothing may overflow either.
-TEST(TimecodeRate, AbsurdRatesStaySafe)
-{
+    // Nothing counts at absurd rates, but nothing may overflow either.
     for (double rate : {1e300, 3e38, 1e12}) {
         CTimeCodeEx tc(rate);
         testutil::captureStdout([&] {
@@ -312,18 +308,14 @@ TEST(TimecodeValue, UnitsCopyAssignAndClock)
     CTimeCodeEx a = at(VS_Ntsc, 1234, true), b(a), c;
     b.setDuration(5, false);
     b.setWrap(false);
-    EXPECT_EQ(a.getFrameDuration(), 1234u);
-    EXPECT_TRUE(a.getWrap());
+    EXPECT_EQ(std::pair(a.getFrameDuration(), a.getWrap()), std::pair(std::uint64_t(1234), true)); // b was a copy
     EXPECT_TRUE(c.assign(a));
     EXPECT_EQ(std::make_tuple(c.getFrameDuration(), c.isDropFrame(), c.getTimecodeRate()),
         std::make_tuple(std::uint64_t(1234), true, 29.97003f));
 
     const std::string msg = "CTimeCodeEx::assign cannot assign to invalid object\n";
-    bool ok = true;
-    EXPECT_EQ(captureStderr([&] { ok = c.assign(CTimeCodeEx()); }), msg);
-    EXPECT_FALSE(ok);
-    EXPECT_EQ(captureStderr([&] { ok = c.assign(nullptr); }), msg);
-    EXPECT_FALSE(ok);
+    EXPECT_EQ(captureStderr([&] { EXPECT_FALSE(c.assign(CTimeCodeEx())); }), msg);
+    EXPECT_EQ(captureStderr([&] { EXPECT_FALSE(c.assign(nullptr)); }), msg);
     EXPECT_EQ(c.getFrameDuration(), 1234u);
 
     CTimeCodeEx now(VS_Ntsc);
