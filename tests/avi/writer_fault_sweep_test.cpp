@@ -9,14 +9,11 @@
 #include <cstdlib>
 #include <set>
 
-#include "FileFormats/AVI/avilib/avilib.FileReader.h"
-#include "FileFormats/AVI/avilib/avilib.MediaType.h"
 #include "common/AssertCapture.h"
 #include "common/TempDir.h"
-#include "util/stringUtils.h"
 #include "vlhost/FileFaults.h"
 #include "vlhost/HostStats.h"
-#include "writer_support.h"
+#include "writer_readback.h"
 
 using namespace writertest;
 using Morvane::convertString;
@@ -28,21 +25,6 @@ constexpr std::uint32_t kFrames = 2700;
 constexpr std::uint32_t kVideoBytes = 100;
 constexpr std::uint32_t kAudioBytes = 4;
 
-// A long-GOP MPEG-2 track (so the small IBP index limit applies) given
-// intra frames only.
-struct Tracks
-{
-    Mpeg2Track video;
-    std::vector<TrackStructuralData> tracks;
-
-    Tracks()
-    {
-        TrackStructuralData a = audioTrack(1, 100);
-        a.Data.AInfo.blockAlign = 4;
-        tracks = {video.track, a};
-    }
-};
-
 struct Take
 {
     std::uint32_t framesWritten = 0; // WriteSamples calls that succeeded
@@ -50,23 +32,24 @@ struct Take
     std::string text;                // its last error
 };
 
+// A long-GOP MPEG-2 track (so the small IBP index limit applies) given
+// intra frames only.
 Take write(const std::wstring& path)
 {
-    Tracks t;
+    Mpeg2Track video;
+    std::vector<TrackStructuralData> tracks = {video.track, audioTrack(1, 100)};
+    tracks[1].Data.AInfo.blockAlign = 4;
     Take take;
     FileWriter w;
     testutil::captureStdout([&] {
-        HRESULT hr = w.create(path, t.tracks.data(), 2);
+        HRESULT hr = w.create(path, tracks.data(), 2);
         if (FAILED(hr)) {
             take.failure = hr;
             take.text = convertString(w.getLastError());
             return;
         }
         for (std::uint32_t f = 0; f < kFrames; ++f) {
-            std::vector<unsigned char> v = payload(0, f, kVideoBytes), a = payload(1, f, kAudioBytes);
-            TrackData td[2] = {{v.data(), kVideoBytes, kDisplayNumberNotGiven, 4, 0},
-                               {a.data(), kAudioBytes, kDisplayNumberNotGiven, 4, 0}};
-            hr = w.WriteSamples(td, 2);
+            hr = writeFrame(w, tracks, f, [](std::size_t k) { return k == 0 ? kVideoBytes : kAudioBytes; });
             if (FAILED(hr)) {
                 take.failure = hr;
                 take.text = convertString(w.getLastError());
@@ -121,36 +104,22 @@ std::uint32_t checkFile(const std::wstring& path, std::uint32_t completed)
 struct Mode
 {
     const char* name;
-    vlhost::FileFaults (*faults)(std::int64_t k);
-    int error; // errno of the failing WriteSamples
+    bool diskFull;             // else write call k fails
+    std::int64_t stores;       // bytes that the failing call still stores
+    int error;                 // errno of the failing WriteSamples
 };
 
-const Mode kModes[] = {
-    {"disk full",
-     [](std::int64_t k) {
-         vlhost::FileFaults f;
-         f.diskFullFromWriteCall = k;
-         return f;
-     },
-     ENOSPC},
-    {"failing drive",
-     [](std::int64_t k) {
-         vlhost::FileFaults f;
-         f.failWriteCall = k;
-         f.failWriteErrno = EIO;
-         return f;
-     },
-     EIO},
-    {"short write",
-     [](std::int64_t k) {
-         vlhost::FileFaults f;
-         f.failWriteCall = k;
-         f.failWriteErrno = EIO;
-         f.failWriteStores = 256;
-         return f;
-     },
-     EIO},
-};
+const Mode kModes[] = {{"disk full", true, 0, ENOSPC}, {"failing drive", false, 0, EIO}, {"short write", false, 256, EIO}};
+
+vlhost::FileFaults faults(const Mode& m, std::int64_t k)
+{
+    vlhost::FileFaults f;
+    if (m.diskFull)
+        f.diskFullFromWriteCall = k;
+    else
+        f.failWriteCall = k, f.failWriteErrno = m.error, f.failWriteStores = m.stores;
+    return f;
+}
 
 TEST(WriterFaultSweep, EveryWriteFailsInTurn)
 {
@@ -178,7 +147,7 @@ TEST(WriterFaultSweep, EveryWriteFailsInTurn)
     for (const Mode& mode : kModes) {
         for (std::int64_t k : ks) {
             SCOPED_TRACE(std::string(mode.name) + ", write call " + std::to_string(k));
-            vlhost::setFileFaults(path, mode.faults(k));
+            vlhost::setFileFaults(path, faults(mode, k));
             Take take = write(path);
             vlhost::clearFileFaults();
             if (take.failure != S_OK) {

@@ -13,28 +13,34 @@ namespace {
 
 constexpr std::uint32_t kAudioBytesPerFrame = 1920 * 4; // 48 kHz stereo at 25 fps
 
-// Writes frames of the given sizes for the video track and, for every audio
-// track, one 25 fps frame's worth of PCM; `written` records what went in.
+// Writes frames of the given video size (+ 0..2 bytes), one 25 fps frame's
+// worth of PCM for every audio track and 4 bytes for a timecode track.
 HRESULT writeFrames(FileWriter& w, std::vector<TrackStructuralData>& tracks, std::uint32_t frames,
-                    std::uint32_t videoSize, Written* written = nullptr)
+                    std::uint32_t videoSize, Written* written)
 {
-    std::vector<TrackData> td(tracks.size());
-    std::vector<std::vector<unsigned char>> bufs(tracks.size());
-    for (std::uint32_t f = 0; f < frames; ++f) {
-        for (std::size_t k = 0; k < tracks.size(); ++k) {
-            std::uint32_t size = tracks[k].Type == StreamVideo ? videoSize + (f % 3)
-                                 : tracks[k].Type == StreamAudio ? kAudioBytesPerFrame
-                                                                 : 4;
-            bufs[k] = payload(static_cast<std::uint32_t>(k), f, size);
-            td[k] = {bufs[k].data(), size, kDisplayNumberNotGiven, 4, 0};
-        }
-        HRESULT hr = w.WriteSamples(td.data(), static_cast<short>(td.size()));
-        if (FAILED(hr))
-            return hr;
-        if (written)
-            written->add(td.data());
-    }
-    return S_OK;
+    HRESULT hr = S_OK;
+    for (std::uint32_t f = 0; f < frames && SUCCEEDED(hr); ++f)
+        hr = writeFrame(w, tracks, f, [&](std::size_t k) {
+            return tracks[k].Type == StreamVideo ? videoSize + f % 3
+                   : tracks[k].Type == StreamAudio ? kAudioBytesPerFrame
+                                                   : 4u;
+        }, written);
+    return hr;
+}
+
+// The header as create leaves it, and where a chunk id first lies in it.
+std::vector<unsigned char> header(const FileWriter& w)
+{
+    const auto& hb = w.get_HeaderBuffer();
+    return std::vector<unsigned char>(hb.getBuffer(0), hb.getBuffer(0) + hb.getUsed());
+}
+
+std::uint64_t findId(const std::vector<unsigned char>& h, const char* id)
+{
+    std::uint64_t at = 0;
+    while (at + 4 <= h.size() && fcc(rd32(h, at)) != id)
+        at += 4;
+    return at;
 }
 
 struct LayoutCase
@@ -46,28 +52,11 @@ struct LayoutCase
     std::uint32_t flags;
 };
 
-class WriterLayout : public testing::TestWithParam<int>
+const TrackStructuralData kUyvy = videoTrack("UYVY", 720, 576, 25, 1);
+
+class WriterLayout : public testing::TestWithParam<LayoutCase>
 {
 };
-
-LayoutCase layoutCase(int i)
-{
-    TrackStructuralData uyvy = videoTrack("UYVY", 720, 576, 25, 1);
-    TrackStructuralData dv = videoTrack("dvsd", 720, 576, 25000, 1000);
-    switch (i) {
-    case 0:
-        return {"video only", {uyvy}, {"00db"}, 86016 + 4096 + 512, 0x10030};
-    case 1:
-        return {"video and one audio", {audioTrack(), uyvy}, {"00db", "01wb"}, 176640, 0x10130};
-    default:
-        // The host's order: audio, timecode, video, audio; a second video track is ignored.
-        return {"video, timecode and two audio",
-                {audioTrack(), timecodeTrack(0), dv, audioTrack(1, 44100), uyvy},
-                {"00dc", "01wb", "02wb"},
-                262656,
-                0x10130};
-    }
-}
 
 } // namespace
 
@@ -75,8 +64,7 @@ TEST_P(WriterLayout, FileMatchesTheFixedLayout)
 {
     testutil::TempDir dir;
     ASSERT_TRUE(dir.ok());
-    LayoutCase c = layoutCase(GetParam());
-    SCOPED_TRACE(c.name);
+    LayoutCase c = GetParam();
     const std::wstring path = dir.file("layout.avi");
     FileWriter w;
     ASSERT_EQ(w.create(path, c.tracks.data(), static_cast<std::uint16_t>(c.tracks.size())), S_OK);
@@ -120,7 +108,18 @@ TEST_P(WriterLayout, FileMatchesTheFixedLayout)
     EXPECT_EQ(rd32(walk.data, a + 28), suggested);
 }
 
-INSTANTIATE_TEST_SUITE_P(Streams, WriterLayout, testing::Values(0, 1, 2));
+INSTANTIATE_TEST_SUITE_P(
+    Streams, WriterLayout,
+    testing::Values(LayoutCase{"VideoOnly", {kUyvy}, {"00db"}, 86016 + 4096 + 512, 0x10030},
+                    LayoutCase{"VideoAndAudio", {audioTrack(), kUyvy}, {"00db", "01wb"}, 176640, 0x10130},
+                    // The host's order: audio, timecode, video, audio; a second video track is ignored.
+                    LayoutCase{"VideoTimecodeAndTwoAudio",
+                               {audioTrack(), timecodeTrack(0), videoTrack("dvsd", 720, 576, 25000, 1000),
+                                audioTrack(1, 44100), kUyvy},
+                               {"00dc", "01wb", "02wb"},
+                               262656,
+                               0x10130}),
+    [](const testing::TestParamInfo<LayoutCase>& i) { return std::string(i.param.name); });
 
 TEST(WriterHeader, JunkPadsTheHeaderToASector)
 {
@@ -129,8 +128,7 @@ TEST(WriterHeader, JunkPadsTheHeaderToASector)
     TrackStructuralData probe = videoTrack("M101", 720, 576, 25, 1);
     FileWriter w;
     ASSERT_EQ(w.create(dir.file("probe.avi"), &probe, 1), S_OK);
-    const auto& hb = w.get_HeaderBuffer();
-    std::vector<unsigned char> head(hb.getBuffer(0), hb.getBuffer(0) + hb.getUsed());
+    std::vector<unsigned char> head = header(w);
     const std::uint64_t hdrlEnd = 12 + 8 + rd32(head, 16);
     const std::uint64_t unpadded = hdrlEnd + 8 + rd32(head, hdrlEnd + 4);
     w.close();
@@ -149,7 +147,7 @@ TEST(WriterHeader, JunkPadsTheHeaderToASector)
         t.pExtraData = extra ? bytes.data() : nullptr;
         t.cbExtra = static_cast<std::uint16_t>(extra);
         ASSERT_EQ(w.create(dir.file("junk.avi"), &t, 1), S_OK);
-        std::vector<unsigned char> h(hb.getBuffer(0), hb.getBuffer(0) + hb.getUsed());
+        std::vector<unsigned char> h = header(w);
         ASSERT_EQ((unpadded + extra) % 512, (512 - c.endsShortBy) % 512);
         EXPECT_EQ(h.size() % 512, 0u);
         if (!c.junk) {
@@ -173,17 +171,11 @@ TEST(WriterHeader, InfoTextsAndStartTimecode)
         FileWriter w;
         ASSERT_EQ(w.create(dir.file("info.avi"), tracks.data(), 2), S_OK);
         EXPECT_EQ(w.get_StreamCount(), 1u);
-        Written written;
-        written.start(w, tracks);
-        ASSERT_EQ(writeFrames(w, tracks, 1, 100, &written), S_OK);
+        ASSERT_EQ(writeFrames(w, tracks, 1, 100, nullptr), S_OK);
         w.close();
-        expectReadsBack(dir.file("info.avi"), written);
         Walk walk(dir.file("info.avi"));
-        ASSERT_TRUE(walk.ok) << walk.problem;
-        auto isft = walk.find("ISFT");
-        auto ismp = walk.find("ISMP");
-        ASSERT_EQ(isft.size(), 1u);
-        ASSERT_EQ(ismp.size(), 1u);
+        auto isft = walk.find("ISFT"), ismp = walk.find("ISMP");
+        ASSERT_TRUE(walk.ok && isft.size() == 1 && ismp.size() == 1) << walk.problem;
         EXPECT_EQ(isft[0]->size, 22u);
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(&walk.data[isft[0]->offset + 8]), 22),
                   std::string("Morvane AVI v3.0.0.0 \0", 22));
@@ -205,11 +197,8 @@ TEST(WriterHeader, VideoPropertiesByFormat)
     for (auto& c : cases) {
         FileWriter w;
         ASSERT_EQ(w.create(dir.file("vprp.avi"), &c.track, 1), S_OK);
-        const auto& hb = w.get_HeaderBuffer();
-        std::vector<unsigned char> h(hb.getBuffer(0), hb.getBuffer(0) + hb.getUsed());
-        std::uint64_t at = 0;
-        while (at + 4 <= h.size() && fcc(rd32(h, at)) != "vprp")
-            at += 4;
+        const std::vector<unsigned char> h = header(w);
+        const std::uint64_t at = findId(h, "vprp");
         ASSERT_EQ(at + 4 <= h.size(), c.vprp);
         if (c.vprp) {
             // size, format token, standard, aspect, frame width, fields
@@ -288,18 +277,13 @@ TEST(WriterSamples, OddSizesAndTinyChunksKeepTheSectorLayout)
     written.start(w, tracks);
     // Sizes around the sector edge: 500 + 8 ends 4 bytes short, 504 + 8 ends on it.
     const std::uint32_t sizes[] = {1, 500, 501, 504, 511, 512, 1023};
-    std::uint32_t f = 0;
-    for (std::uint32_t size : sizes) {
-        std::vector<unsigned char> v = payload(0, f, size), a = payload(1, f, 1);
-        TrackData td[2] = {{v.data(), size, kDisplayNumberNotGiven, 4, 0}, {a.data(), 1, kDisplayNumberNotGiven, 4, 0}};
-        ASSERT_EQ(w.WriteSamples(td, 2), S_OK);
-        written.add(td);
-        ++f;
-    }
+    const std::uint32_t frames = sizeof sizes / sizeof sizes[0];
+    for (std::uint32_t f = 0; f < frames; ++f)
+        ASSERT_EQ(writeFrame(w, tracks, f, [&](std::size_t k) { return k == 0 ? sizes[f] : 1u; }, &written), S_OK);
     w.close();
     expectReadsBack(dir.file("odd.avi"), written);
     Walk walk(dir.file("odd.avi"));
-    Expected e{176640, f, {"00db", "01wb"}};
+    Expected e{176640, frames, {"00db", "01wb"}};
     checkLayout(walk, e);
     // The 500-byte chunk ends 4 bytes short of a sector: its JUNK is S + 4 bytes.
     // Each frame is [video chunk][JUNK][audio chunk][JUNK].

@@ -88,6 +88,25 @@ private:
     bool keepBytes_ = true;
 };
 
+// Writes frame f: track k gets size(k) bytes of payload(k, f), a video
+// track also the frame's type and display number; `written` records it.
+inline HRESULT writeFrame(FileWriter& w, const std::vector<TrackStructuralData>& tracks, std::uint32_t f,
+                          const std::function<std::uint32_t(std::size_t k)>& size, Written* written = nullptr,
+                          std::uint32_t type = 4, std::uint32_t display = kDisplayNumberNotGiven)
+{
+    std::vector<std::vector<unsigned char>> bufs(tracks.size());
+    std::vector<TrackData> td(tracks.size());
+    for (std::size_t k = 0; k < tracks.size(); ++k) {
+        const bool video = tracks[k].Type == StreamVideo;
+        bufs[k] = payload(static_cast<std::uint32_t>(k), f, size(k));
+        td[k] = {bufs[k].data(), size(k), video ? display : kDisplayNumberNotGiven, video ? type : 4, 0};
+    }
+    HRESULT hr = w.WriteSamples(td.data(), static_cast<short>(td.size()));
+    if (SUCCEEDED(hr) && written)
+        written->add(td.data());
+    return hr;
+}
+
 struct ReadBackOptions
 {
     std::uint32_t run = 3;        // frames per multi-frame read

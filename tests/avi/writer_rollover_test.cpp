@@ -11,16 +11,12 @@ namespace {
 
 struct FrameSpec { std::uint32_t type; std::uint32_t display; };
 
-// Writes one frame: video of 100 bytes plus, when present, a 4-byte audio
-// chunk; `written` records what went in.
-HRESULT writeFrame(FileWriter& w, std::size_t nTracks, std::uint32_t f, FrameSpec kind, Written& written)
+// Writes one frame: video of 100 bytes plus, when present, a 4-byte audio chunk.
+HRESULT writeFrame(FileWriter& w, const std::vector<TrackStructuralData>& tracks, std::uint32_t f, FrameSpec kind,
+                   Written& written)
 {
-    std::vector<unsigned char> v = payload(0, f, 100), a = payload(1, f, 4);
-    TrackData td[2] = {{v.data(), 100, kind.display, kind.type, 0}, {a.data(), 4, kDisplayNumberNotGiven, 4, 0}};
-    HRESULT hr = w.WriteSamples(td, static_cast<short>(nTracks));
-    if (SUCCEEDED(hr))
-        written.add(td);
-    return hr;
+    return writertest::writeFrame(w, tracks, f, [](std::size_t k) { return k == 0 ? 100u : 4u; }, &written,
+                                  kind.type, kind.display);
 }
 
 // Frame f of a stream of five-frame GOPs stored as I0 P4 B1 B2 B3.
@@ -63,19 +59,19 @@ TEST(WriterRollover, IndexLimitOpensAnAvixOnIntraFramesOnly)
         std::uint32_t f = 0;
         auto kind = [&](std::uint32_t frame) { return c.longGop ? longGopFrame(frame) : FrameSpec{4, frame}; };
         for (; f + 1 < c.opensAt; ++f)
-            ASSERT_EQ(writeFrame(w, 2, f, kind(f), written), S_OK);
+            ASSERT_EQ(writeFrame(w, tracks, f, kind(f), written), S_OK);
         EXPECT_EQ(w.get_RiffChunkIndex(), 0u);
         for (std::uint32_t p = 0; p < c.predictedFrames; ++p, ++f) {
-            ASSERT_EQ(writeFrame(w, 2, f, {16, f}, written), S_OK);
+            ASSERT_EQ(writeFrame(w, tracks, f, {16, f}, written), S_OK);
             EXPECT_EQ(w.get_RiffChunkIndex(), 0u) << "a predicted frame opened a RIFF";
         }
         ASSERT_EQ(kind(f).type, 4u);
-        ASSERT_EQ(writeFrame(w, 2, f, kind(f), written), S_OK);
+        ASSERT_EQ(writeFrame(w, tracks, f, kind(f), written), S_OK);
         ++f;
         EXPECT_EQ(w.get_RiffChunkIndex(), 1u);
         EXPECT_EQ(w.get_Stream(0)->get_SamplesInChunk(), 1u);
         for (std::uint32_t more = c.longGop ? 9 : 0; more > 0; --more, ++f)
-            ASSERT_EQ(writeFrame(w, 2, f, kind(f), written), S_OK);
+            ASSERT_EQ(writeFrame(w, tracks, f, kind(f), written), S_OK);
         w.close();
         expectReadsBack(path, written);
 
@@ -87,38 +83,6 @@ TEST(WriterRollover, IndexLimitOpensAnAvixOnIntraFramesOnly)
         // The previous RIFF's size + 8 is exactly where the AVIX starts.
         EXPECT_EQ(riffs[1]->offset, riffs[0]->size + 8u);
     }
-}
-
-TEST(WriterRollover, ThreeRiffsGiveThreeSuperIndexEntriesPerStream)
-{
-    testutil::TempDir dir;
-    std::vector<TrackStructuralData> tracks = {audioTrack(1, 100), videoTrack("M101", 720, 576, 25, 1),
-                                               audioTrack(2, 100)};
-    const std::wstring path = dir.file("three.avi");
-    FileWriter w;
-    w.set_FlushFrequency(1000);
-    ASSERT_EQ(w.create(path, tracks.data(), 3), S_OK);
-    Written written;
-    written.start(w, tracks);
-    const std::uint32_t frames = 2 * 8124 + 10;
-    std::vector<TrackData> td(3);
-    for (std::uint32_t f = 0; f < frames; ++f) {
-        std::vector<unsigned char> v = payload(1, f, 200 + f % 7), a = payload(0, f, 8), b = payload(2, f, 16);
-        td[0] = {a.data(), 8, kDisplayNumberNotGiven, 4, 0};
-        td[1] = {v.data(), static_cast<std::uint32_t>(v.size()), kDisplayNumberNotGiven, 4, 0};
-        td[2] = {b.data(), 16, kDisplayNumberNotGiven, 4, 0};
-        ASSERT_EQ(w.WriteSamples(td.data(), 3), S_OK);
-        written.add(td.data());
-    }
-    EXPECT_EQ(w.get_RiffChunkIndex(), 2u);
-    w.close();
-    expectReadsBack(path, written);
-    Walk walk(path);
-    Expected e{262656, frames, {"00dc", "01wb", "02wb"}};
-    checkLayout(walk, e);
-    for (const Chunk* indx : walk.find("indx"))
-        EXPECT_EQ(rd32(walk.data, indx->offset + 12), 3u);
-    EXPECT_EQ(walk.find("RIFF").size(), 3u);
 }
 
 TEST(WriterIbpIndex, RealLocationsFollowPresentationOrder)
@@ -135,7 +99,7 @@ TEST(WriterIbpIndex, RealLocationsFollowPresentationOrder)
     const FrameSpec frames[] = {{4, 0}, {16, 3}, {8, 1}, {8, 2}, {4, 4}, {16, 7}, {8, 5}, {8, 6}};
     std::uint32_t f = 0;
     for (FrameSpec kind : frames)
-        ASSERT_EQ(writeFrame(w, 1, f++, kind, written), S_OK);
+        ASSERT_EQ(writeFrame(w, {mpeg2.track}, f++, kind, written), S_OK);
     EXPECT_EQ(w.get_Stream(0)->get_ApproxGopLen(), 4u);
     w.close();
     expectReadsBack(path, written);
@@ -175,10 +139,10 @@ TEST(WriterIbpIndex, GivenRealLocationsWhenTheSearchIsOff)
     written.start(w, {mpeg2.track});
     written.realLocations = {0, 500, 501};
     w.set_FindIBPIndexRealLocation(false);
-    ASSERT_EQ(writeFrame(w, 1, 0, {4, 0}, written), S_OK);
+    ASSERT_EQ(writeFrame(w, {mpeg2.track}, 0, {4, 0}, written), S_OK);
     w.set_NextIndexRealLocation(500);
-    ASSERT_EQ(writeFrame(w, 1, 1, {4, 1}, written), S_OK);
-    ASSERT_EQ(writeFrame(w, 1, 2, {4, 2}, written), S_OK);
+    ASSERT_EQ(writeFrame(w, {mpeg2.track}, 1, {4, 1}, written), S_OK);
+    ASSERT_EQ(writeFrame(w, {mpeg2.track}, 2, {4, 2}, written), S_OK);
     w.close();
     expectReadsBack(path, written);
     Walk walk(path);
@@ -204,12 +168,12 @@ TEST(WriterFlush, PeriodicFlushWaitsForCompletePresentationOrder)
         Walk walk(path);
         return rd32(walk.data, walk.find("dmlh")[0]->offset + 8);
     };
-    ASSERT_EQ(writeFrame(w, 1, 0, {4, 0}, written), S_OK);
-    ASSERT_EQ(writeFrame(w, 1, 1, {16, 3}, written), S_OK);
+    ASSERT_EQ(writeFrame(w, {mpeg2.track}, 0, {4, 0}, written), S_OK);
+    ASSERT_EQ(writeFrame(w, {mpeg2.track}, 1, {16, 3}, written), S_OK);
     EXPECT_EQ(onDisk(), 0u) << "flushed before frame 1 was there";
-    ASSERT_EQ(writeFrame(w, 1, 2, {8, 1}, written), S_OK);
+    ASSERT_EQ(writeFrame(w, {mpeg2.track}, 2, {8, 1}, written), S_OK);
     EXPECT_EQ(onDisk(), 0u);
-    ASSERT_EQ(writeFrame(w, 1, 3, {8, 2}, written), S_OK);
+    ASSERT_EQ(writeFrame(w, {mpeg2.track}, 3, {8, 2}, written), S_OK);
     EXPECT_EQ(onDisk(), 4u);
     w.close();
     expectReadsBack(path, written);
