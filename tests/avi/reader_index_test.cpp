@@ -214,16 +214,6 @@ TEST_F(OdmlFile, FrameTypeEntriesGiveTheHeaderOrTheDataPosition)
     }
 }
 
-TEST_F(OdmlFile, LongestGopIsTheLargestKeyFrameDistance)
-{
-    std::vector<Entry> v;
-    for (unsigned i = 0; i < 30; ++i)
-        v.push_back(Entry{64, i % 12 == 0 ? 0u : 1u, i, i});
-    FileReader r;
-    ASSERT_EQ(r.load(convertString(write(buildOdml(AVI_INDEX_IBP, {v}, true)))), S_OK);
-    EXPECT_EQ(r.get_GopSize(0), 12u);
-}
-
 TEST_F(OdmlFile, FieldIndexAcrossTwoChunksKeepsOneResident)
 {
     std::vector<Entry> a = {{300}, {310}, {320}, {330}};
@@ -267,19 +257,6 @@ TEST_F(OdmlFile, FieldIndexAcrossTwoChunksKeepsOneResident)
     testutil::captureStdout([&] { EXPECT_EQ(r.get_IndexEntry(7, &e), E_NO_INDEX); });
     EXPECT_EQ(convertString(r.getLastError()), "Failed to find superindex.");
     EXPECT_EQ(r.ReadVideo(7, buf.data(), buf.size(), nullptr, nullptr), E_HANDLE_EOF);
-}
-
-TEST_F(OdmlFile, StandardIndexMasksTheDeltaBit)
-{
-    FileReader r;
-    ASSERT_EQ(r.load(convertString(write(
-                  buildOdml(0, {{{100}, {4096, 0, 0, 0, 0x80001000u}, {120}}}, false)))),
-              S_OK);
-    ASSERT_EQ(r.essenceOpen(0), S_OK);
-    Morvane::Avi::IndexEntry* e = nullptr;
-    ASSERT_EQ(r.get_IndexEntry(1, &e), S_OK);
-    EXPECT_EQ(+e->size, 4096u);
-    EXPECT_EQ(+e->frameType, +Morvane::Avi::kFrameTypeKey);
 }
 
 struct IndexFault
