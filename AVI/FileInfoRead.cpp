@@ -55,6 +55,10 @@ bool FileInfo::readVideo(Vl::Ptr<iMemHolder>& out, unsigned frame, Vl::Ptr<Index
             total += sectorSize_ + std::uint64_t(entry->size);
     }
 
+    // The frames are read one by one below; one disk read brings them all.
+    if (count > 1)
+        reader_->prefetchVideo(first, count);
+
     Vl::Ptr<AlignedByteBufferImpl> group = alignedBlock(total + sectorSize_, sectorSize_);
     if (!group)
         return false;

@@ -105,6 +105,7 @@ void FileReader::InitVariables()
 
 HRESULT FileReader::load(const std::wstring& path)
 {
+    m_ReadAhead.clear();
     HRESULT hr = Pell::CFileReaderUnbuffered::load(path, iFile::eUnbuffered);
     if (FAILED(hr)) {
         setLastError(L"Failed to open file.");
@@ -523,6 +524,7 @@ int FileReader::GetStreamIndexFromChunkId(unsigned int ckid)
 HRESULT FileReader::updateMetadata()
 {
     int current = m_nCurrentStream;
+    m_ReadAhead.clear(); // the file may have grown since the window was read
     HRESULT hr = ReaderHeader();
     if (FAILED(hr))
         return hr;

@@ -8,6 +8,7 @@
 
 #include "FileFormats/AVI/avilib/avilib.IndexEntry.h"
 #include "FileFormats/AVI/avilib/avilib.MediaType.h"
+#include "FileFormats/AVI/avilib/avilib.ReadAhead.h"
 #include "FileFormats/AVI/avilib/avilib.Records.h"
 #include "FileFormats/common/filereaderunbuffered.h"
 #include "util/bytebuffer.h"
@@ -108,6 +109,9 @@ public:
     HRESULT ReadAudio(unsigned int first, unsigned int count, unsigned char* buf, unsigned int bufSize,
                       unsigned int* offset, unsigned int* bytes);
     HRESULT CacheAudioData(unsigned int sample);
+    // Frames first .. first + count - 1 are about to be read one by one (a
+    // GOP): one read brings their whole span, and the reads copy from it.
+    void prefetchVideo(unsigned int first, unsigned int count);
     HRESULT essenceRead(unsigned int first, unsigned int count, unsigned char* buf, unsigned int bufSize,
                         unsigned int* a, unsigned int* b);
     HRESULT essenceRead(unsigned int first, unsigned int count, unsigned char* buf, unsigned int bufSize,
@@ -170,6 +174,12 @@ private:
     std::uint32_t m_nIndexStartSample = 0;
     std::uint32_t m_nResidentLength = 0;
     std::uint32_t m_nMaxGopLength = 1;
+
+    // As read, at the position of the last seek; frames and audio chunks
+    // go through the read-ahead window.
+    HRESULT readEssence(unsigned char* buf, unsigned int bufSize, unsigned int n, unsigned int& actual,
+                        unsigned int& offset);
+    ReadAhead m_ReadAhead;
 
     CByteBuffer m_AudioBuffer;
     std::uint32_t m_dwAudioBufferStart = 0;

@@ -93,7 +93,7 @@ HRESULT FileReader::ReadVideo(unsigned int first, unsigned int count, unsigned c
     }
     unsigned int actual = 0;
     unsigned int offset = 0;
-    hr = read(buf, bufSize, static_cast<unsigned int>(span), actual, offset);
+    hr = readEssence(buf, bufSize, static_cast<unsigned int>(span), actual, offset);
     // A frame that the file does not hold in full (an index pointing past
     // the end) is a failed read, not a frame of stale bytes.
     if (SUCCEEDED(hr) && (actual < offset || actual - offset < span))
@@ -105,6 +105,49 @@ HRESULT FileReader::ReadVideo(unsigned int first, unsigned int count, unsigned c
     for (std::uint64_t p : positions)
         offsets.push_back(static_cast<unsigned int>(p - start + offset));
     return S_OK;
+}
+
+HRESULT FileReader::readEssence(unsigned char* buf, unsigned int bufSize, unsigned int n, unsigned int& actual,
+                                unsigned int& offset)
+{
+    unsigned long toRead = roundUpToSectorBoundary(static_cast<unsigned long>(n) + offset_);
+    if (toRead > bufSize || !isOpen())
+        return read(buf, bufSize, n, actual, offset); // refused as a plain read refuses it
+    Vl::Ptr<iFile> file = getFilePtr();
+    std::uint64_t position = file->getPosition();
+    const unsigned char* held = m_ReadAhead.read(*file, position, toRead);
+    // Where the window does not serve, the disk does, as if it were not there.
+    if (!held || !file->setPosition(position + toRead)) {
+        file->setPosition(position);
+        return read(buf, bufSize, n, actual, offset);
+    }
+    std::memcpy(buf, held, toRead);
+    actual = static_cast<unsigned int>(toRead);
+    offset = offset_;
+    return S_OK;
+}
+
+void FileReader::prefetchVideo(unsigned int first, unsigned int count)
+{
+    if (!isOpen() || !hasIndex() || count < 2)
+        return;
+    std::uint64_t start = UINT64_MAX;
+    std::uint64_t end = 0;
+    for (unsigned int k = 0; k < count && first + k >= first; ++k) {
+        IndexEntry* e = getIndexEntryV(first + k);
+        if (!e)
+            break;
+        std::uint64_t position = e->offset;
+        unsigned int size = e->size;
+        if (position > UINT64_MAX - size)
+            return;
+        start = std::min(start, position);
+        end = std::max(end, position + size);
+    }
+    if (start >= end)
+        return;
+    std::uint64_t aligned = start - start % getSectorSize();
+    m_ReadAhead.readRun(*getFilePtr(), aligned, roundUpToSectorBoundary(static_cast<unsigned long>(end - aligned)));
 }
 
 HRESULT FileReader::ReadVideo(unsigned int sample, unsigned char* buf, unsigned int bufSize, unsigned int* offset,
@@ -150,8 +193,8 @@ HRESULT FileReader::CacheAudioData(unsigned int sample)
         return hr;
     unsigned int cbActual = 0;
     unsigned int offset = 0;
-    hr = read(m_AudioBuffer.getBuffer(0), static_cast<unsigned int>(m_AudioBuffer.getCapacity()), size, cbActual,
-              offset);
+    hr = readEssence(m_AudioBuffer.getBuffer(0), static_cast<unsigned int>(m_AudioBuffer.getCapacity()), size,
+                     cbActual, offset);
     if (FAILED(hr))
         return hr;
     std::uint32_t got = cbActual > offset ? cbActual - offset : 0;

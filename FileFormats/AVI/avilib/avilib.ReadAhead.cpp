@@ -1,0 +1,131 @@
+#include "FileFormats/AVI/avilib/avilib.ReadAhead.h"
+
+#include <algorithm>
+
+namespace Morvane::Avi {
+
+bool ReadAhead::near(std::uint64_t pos) const
+{
+    for (const Window& w : windows_)
+        if (w.length && pos >= w.start && pos < w.end())
+            return true;
+    // Behind counts too: the audio of a frame is often stored just before
+    // it, and the host's threads may deliver requests out of order.
+    return lastEnd_ && pos + kNear >= lastEnd_ && pos <= lastEnd_ + kNear;
+}
+
+const unsigned char* ReadAhead::find(std::uint64_t pos, std::uint64_t n) const
+{
+    for (const Window& w : windows_)
+        if (w.holds(pos, n))
+            return w.bytes.getBuffer(static_cast<unsigned long>(pos - w.start));
+    return nullptr;
+}
+
+// Reads into the older window, which becomes the newest.
+bool ReadAhead::fill(iFile& file, std::uint64_t pos, std::uint64_t size)
+{
+    Window& w = windows_[1 - newest_];
+    w.length = 0;
+    // No larger than what is left of the file, in whole 64 KiB (a multiple
+    // of every sector size), so that a small file never gets a large window.
+    std::uint64_t left = file.getSize();
+    if (pos >= left)
+        return false;
+    size = std::min(size, ((left - pos) + 0xFFFF) & ~std::uint64_t(0xFFFF));
+    if (w.bytes.getCapacity() < size && !w.bytes.alloc(static_cast<unsigned long>(size)))
+        return false;
+    if (!file.setPosition(pos))
+        return false;
+    w.start = pos;
+    w.length = file.read(w.bytes.getBuffer(0), size);
+    w.whole = w.length == size;
+    newest_ = 1 - newest_;
+    return w.length != 0;
+}
+
+std::uint64_t ReadAhead::grow()
+{
+    std::uint64_t size = nextWindow_;
+    nextWindow_ = std::min(nextWindow_ * 2, kMaxWindow);
+    return size;
+}
+
+// Counts a read into the forward run, or starts a new run with it; the
+// first tells whether it went forward.
+bool ReadAhead::note(std::uint64_t pos, std::uint64_t n)
+{
+    bool forward = near(pos);
+    if (forward) {
+        ++streak_;
+        runLow_ = std::min(runLow_, pos);
+        runHigh_ = std::max(runHigh_, pos + n);
+        runBytes_ += n;
+    } else {
+        streak_ = 0;
+        nextWindow_ = kMinWindow;
+        runLow_ = pos;
+        runHigh_ = pos + n;
+        runBytes_ = n;
+    }
+    lastEnd_ = pos + n;
+    return forward;
+}
+
+const unsigned char* ReadAhead::read(iFile& file, std::uint64_t pos, std::uint64_t n)
+{
+    note(pos, n);
+    if (n > kSmallRead)
+        return nullptr;
+    if (const unsigned char* p = find(pos, n))
+        return p;
+    if (streak_ < 2 || sparse())
+        return nullptr;
+    // Going on from the newest window leaves no gap for the requests still
+    // to come between it and this one.
+    const Window& newest = windows_[newest_];
+    std::uint64_t start = pos;
+    if (newest.whole && pos >= newest.end() && pos + n - newest.end() <= kMaxWindow)
+        start = newest.end();
+    if (!fill(file, start, std::max(grow(), pos + n - start)))
+        return nullptr;
+    return find(pos, n);
+}
+
+// Reads that skip most of what lies between them (one stream of an
+// interleaved file read on its own) are cheaper alone than through windows.
+bool ReadAhead::sparse() const
+{
+    return runBytes_ < (runHigh_ - runLow_) / 4;
+}
+
+bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
+{
+    if (n == 0 || n > kMaxRun)
+        return false;
+    for (const Window& w : windows_)
+        if (w.holds(pos, n))
+            return true;
+    // A run from the newest window on reads further ahead; one before it
+    // (a request delivered late) reads just itself. Either starts at the
+    // run, which must lie in one window.
+    std::uint64_t size = n;
+    if (note(pos, n) && !sparse() && pos >= windows_[newest_].start)
+        size = std::max(n, grow());
+    return fill(file, pos, size) && windows_[newest_].holds(pos, n);
+}
+
+void ReadAhead::clear()
+{
+    for (Window& w : windows_) {
+        w.bytes.reset();
+        w.start = w.length = 0;
+        w.whole = false;
+    }
+    newest_ = 0;
+    lastEnd_ = runLow_ = runHigh_ = runBytes_ = 0;
+    streak_ = 0;
+    nextWindow_ = kMinWindow;
+}
+
+} // namespace Morvane::Avi

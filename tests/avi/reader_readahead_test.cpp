@@ -1,0 +1,176 @@
+// The read-ahead window: whatever it hands out must be the file's bytes at
+// the asked position, it must read ahead only for forward runs, and a failed
+// or short disk read must leave the caller to read (and fail) on its own.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "FileFormats/AVI/avilib/avilib.ReadAhead.h"
+
+using Morvane::Avi::ReadAhead;
+
+namespace {
+
+// A file in memory whose every 4-byte word holds its own position, counting
+// the disk reads made on it; reads touching failFrom or past it fail.
+class MemoryFile : public iFile
+{
+public:
+    explicit MemoryFile(std::uint64_t size) : bytes_(size)
+    {
+        for (std::uint64_t p = 0; p + 4 <= size; p += 4) {
+            auto v = static_cast<std::uint32_t>(p);
+            std::memcpy(&bytes_[p], &v, 4);
+        }
+    }
+    std::uint64_t read(void* buf, std::uint64_t n) override
+    {
+        ++reads;
+        std::uint64_t end = std::min<std::uint64_t>({pos_ + n, bytes_.size(), failFrom});
+        if (pos_ >= end)
+            return 0;
+        std::memcpy(buf, &bytes_[pos_], end - pos_);
+        std::uint64_t got = end - pos_;
+        pos_ = end;
+        return got;
+    }
+    bool write(const void*, std::uint64_t) override { return false; }
+    bool setPosition(std::uint64_t pos) override { return pos_ = pos, true; }
+    std::uint64_t getPosition() const override { return pos_; }
+    std::uint64_t getSize() const override { return bytes_.size(); }
+
+    bool holds(const unsigned char* p, std::uint64_t pos, std::uint64_t n) const
+    {
+        return std::memcmp(p, &bytes_[pos], n) == 0;
+    }
+
+    unsigned reads = 0;
+    std::uint64_t failFrom = UINT64_MAX;
+
+private:
+    std::vector<unsigned char> bytes_;
+    std::uint64_t pos_ = 0;
+};
+
+constexpr std::uint64_t kMiB = 1 << 20;
+constexpr std::uint64_t kDvStep = 152576; // a 144000-byte frame with its audio, in 512-byte sectors
+constexpr std::uint64_t kDvRead = 144384;
+
+// Requests of n bytes every step bytes from start; how many the window served.
+unsigned walk(ReadAhead& ra, MemoryFile& f, std::uint64_t start, std::uint64_t step, std::uint64_t n, unsigned count)
+{
+    unsigned served = 0;
+    for (unsigned k = 0; k < count; ++k) {
+        std::uint64_t pos = start + k * step;
+        if (const unsigned char* p = ra.read(f, pos, n)) {
+            EXPECT_TRUE(f.holds(p, pos, n)) << "request " << k << " at " << pos;
+            ++served;
+        }
+    }
+    return served;
+}
+
+TEST(ReadAhead, ForwardFramesComeFromGrowingWindows)
+{
+    MemoryFile f(64 * kMiB);
+    ReadAhead ra;
+    unsigned served = walk(ra, f, 4096, kDvStep, kDvRead, 400);
+    // Two frames alone, then windows of 1, 2, 4 and 8 MiB for the rest.
+    EXPECT_EQ(served, 398u);
+    EXPECT_LE(f.reads, 12u);
+}
+
+TEST(ReadAhead, FramesDeliveredOutOfOrderStillComeFromWindows)
+{
+    // The host's request threads take frames in flight in any order.
+    MemoryFile f(64 * kMiB);
+    ReadAhead ra;
+    std::vector<unsigned> order(400);
+    for (unsigned k = 0; k < order.size(); ++k)
+        order[k] = k;
+    std::mt19937 rng(7);
+    for (unsigned b = 0; b < order.size(); b += 24)
+        std::shuffle(order.begin() + b, order.begin() + std::min<std::size_t>(b + 24, order.size()), rng);
+    unsigned alone = 0;
+    for (unsigned k : order) {
+        std::uint64_t pos = 4096 + k * kDvStep;
+        if (const unsigned char* p = ra.read(f, pos, kDvRead))
+            EXPECT_TRUE(f.holds(p, pos, kDvRead)) << "frame " << k;
+        else
+            ++alone;
+    }
+    EXPECT_LE(alone, 30u);
+    EXPECT_LE(f.reads, 16u);
+}
+
+TEST(ReadAhead, RandomAndLargeReadsGoToTheDisk)
+{
+    MemoryFile f(96 * kMiB);
+    ReadAhead ra;
+    const std::uint64_t scattered[] = {50 * kMiB, 3 * kMiB, 70 * kMiB, 17 * kMiB, 40 * kMiB, 90 * kMiB};
+    for (std::uint64_t pos : scattered)
+        EXPECT_EQ(ra.read(f, pos, kDvRead), nullptr);
+    // Frames of uncompressed HD are read alone however they follow each other.
+    EXPECT_EQ(walk(ra, f, 0, 4149248, 4147200, 20), 0u);
+    EXPECT_EQ(f.reads, 0u);
+}
+
+TEST(ReadAhead, OneStreamOfAnInterleavedFileIsNotReadThroughWindows)
+{
+    MemoryFile f(64 * kMiB);
+    ReadAhead ra;
+    // The audio chunks of a DV file on their own skip 95% of what a window
+    // would hold: they go to the disk one by one.
+    EXPECT_EQ(walk(ra, f, 4096 + kDvRead, kDvStep, 8192, 300), 0u);
+    EXPECT_EQ(f.reads, 0u);
+}
+
+TEST(ReadAhead, AGroupIsOneReadAndTheNextGroupsReadFurtherAhead)
+{
+    MemoryFile f(64 * kMiB);
+    ReadAhead ra;
+    const std::uint64_t gop = 1400 * 1024;
+    ASSERT_TRUE(ra.readRun(f, 10 * kMiB, gop));
+    EXPECT_EQ(f.reads, 1u);
+    EXPECT_EQ(walk(ra, f, 10 * kMiB, gop / 12, gop / 12, 12), 12u);
+    EXPECT_EQ(f.reads, 1u);
+    // A held run costs nothing; each following group is read with what
+    // comes after it, in windows of 2, 4 and 8 MiB.
+    EXPECT_TRUE(ra.readRun(f, 10 * kMiB, gop));
+    for (int g = 1; g <= 6; ++g) {
+        ASSERT_TRUE(ra.readRun(f, 10 * kMiB + g * gop, gop));
+        EXPECT_EQ(walk(ra, f, 10 * kMiB + g * gop, gop / 12, gop / 12, 12), 12u);
+    }
+    EXPECT_EQ(f.reads, 5u);
+    EXPECT_FALSE(ra.readRun(f, 0, ReadAhead::kMaxRun + 512));
+}
+
+TEST(ReadAhead, ShortAndFailedReadsLeaveTheRestToTheCaller)
+{
+    MemoryFile f(3 * kMiB + 1000);
+    ReadAhead ra;
+    // Two frames alone, then windows up to the end of the file; the last
+    // frame reaches past it and is not served.
+    unsigned served = walk(ra, f, 0, kDvStep, kDvRead, 21);
+    EXPECT_EQ(served, 18u);
+    EXPECT_EQ(ra.read(f, 3 * kMiB + 512, 1024), nullptr);
+
+    MemoryFile bad(32 * kMiB);
+    bad.failFrom = 2 * kMiB + 100;
+    ReadAhead rb;
+    for (unsigned k = 0; k < 40; ++k) {
+        std::uint64_t pos = k * kDvStep;
+        const unsigned char* p = rb.read(bad, pos, kDvRead);
+        if (pos + kDvRead > bad.failFrom) {
+            EXPECT_EQ(p, nullptr) << "request " << k << " reaches the failing offset";
+        } else if (p) {
+            EXPECT_TRUE(bad.holds(p, pos, kDvRead));
+        }
+    }
+}
+
+} // namespace
