@@ -3,6 +3,7 @@
 //
 //   velloro_benchread container FILE      every frame and all audio through the container reader
 //   velloro_benchread plugin FILE         the same through the plug-in's reader component (requests)
+//   velloro_benchread playback FILE       the same with the audio asked for along with the frames
 //   velloro_benchread scrub FILE N SEED   N random frames (GOPs on long-GOP files) through the
 //                                         plug-in, then pread(O_DIRECT) of the same byte ranges
 //   velloro_benchread open FILE N [drop]  openFile and metadata N times (drop: page cache dropped first)
@@ -184,8 +185,9 @@ struct Plugin
 };
 
 // Requests as velloro's framemd5 makes them, without the hashing: kWindow frames
-// (or groups) in flight, then the audio in 16384-sample requests.
-int pluginPass(const char* path)
+// (or groups) in flight, then the audio in 16384-sample requests. In playback
+// order the audio is asked for as a player does, a little ahead of the frames.
+int pluginPass(const char* path, bool playback)
 {
     auto t0 = Clock::now();
     Plugin p;
@@ -193,7 +195,28 @@ int pluginPass(const char* path)
     if (!p.open(path, error))
         return fail(path, error);
     const ShotVideoMetadata& v = p.file->metadata()->video();
+    const Aud::Metadata& a = p.file->metadata()->audio();
     std::uint64_t frames = 0, videoBytes = 0, audioBytes = 0;
+    std::vector<std::uint64_t> audioAt(a.audioStreams(), 0);
+    const std::uint64_t audioTotal = a.audioStreams() ? a.lengthInSamples() : 0;
+    // Each stream's audio up to sample limit, in 16384-sample requests; false on a failed request.
+    auto audioUpTo = [&](std::uint64_t limit) {
+        for (std::uint32_t k = 0; k < a.audioStreams(); ++k) {
+            for (std::uint64_t& start = audioAt[k]; start < std::min(limit, audioTotal);) {
+                std::uint32_t n = static_cast<std::uint32_t>(std::min<std::uint64_t>(16384, audioTotal - start));
+                Vl::Ptr<AudioReadRequest> request(
+                    new AudioReadRequest(p.file, k, static_cast<std::uint32_t>(start), n));
+                p.reader->readAudioSample(request, true);
+                if (request->wait() != RequestStatus::eCompleted || request->result().samples() == 0) {
+                    start = audioTotal;
+                    break;
+                }
+                audioBytes += std::uint64_t(request->result().samples()) * request->result().bytesPerSample() *
+                              request->result().channels();
+                start += request->result().samples();
+            }
+        }
+    };
     std::deque<Vl::Ptr<VideoReadRequest>> inFlight;
     const unsigned length = v.videoTrackCount() ? v.lengthInFrames() : 0;
     // Long-GOP material is asked for a group at a time: the first request
@@ -220,23 +243,12 @@ int pluginPass(const char* path)
             return fail(path, "frame " + std::to_string(r->getFrame()) + " could not be read");
         frames += r->getIndexInfo() ? r->getIndexInfo()->getNumGopFrames() : 1;
         videoBytes += frame->size();
+        if (playback)
+            audioUpTo(audioTotal * frames / length + 16384);
     }
-    const Aud::Metadata& a = p.file->metadata()->audio();
-    for (std::uint32_t k = 0; k < a.audioStreams(); ++k) {
-        const std::uint64_t total = a.lengthInSamples();
-        for (std::uint64_t start = 0; start < total;) {
-            std::uint32_t n = static_cast<std::uint32_t>(std::min<std::uint64_t>(16384, total - start));
-            Vl::Ptr<AudioReadRequest> request(new AudioReadRequest(p.file, k, static_cast<std::uint32_t>(start), n));
-            p.reader->readAudioSample(request, true);
-            if (request->wait() != RequestStatus::eCompleted || request->result().samples() == 0)
-                break;
-            audioBytes += std::uint64_t(request->result().samples()) * request->result().bytesPerSample() *
-                          request->result().channels();
-            start += request->result().samples();
-        }
-    }
+    audioUpTo(audioTotal);
     p.reader->waitForIdle();
-    printPass("plugin", path, frames, videoBytes, audioBytes, since(t0));
+    printPass(playback ? "playback" : "plugin", path, frames, videoBytes, audioBytes, since(t0));
     return 0;
 }
 
@@ -387,12 +399,12 @@ int main(int argc, char** argv)
     std::string command = argc > 1 ? argv[1] : "";
     if (command == "container" && argc == 3)
         return containerPass(argv[2]);
-    if (command == "plugin" && argc == 3)
-        return pluginPass(argv[2]);
+    if ((command == "plugin" || command == "playback") && argc == 3)
+        return pluginPass(argv[2], command == "playback");
     if (command == "scrub" && argc == 5)
         return scrubPass(argv[2], static_cast<unsigned>(std::atoi(argv[3])), static_cast<unsigned>(std::atoi(argv[4])));
     if (command == "open" && (argc == 4 || (argc == 5 && std::string(argv[4]) == "drop")))
         return openPass(argv[2], static_cast<unsigned>(std::atoi(argv[3])), argc == 5);
-    std::fprintf(stderr, "usage: velloro_benchread container|plugin FILE | scrub FILE N SEED | open FILE N [drop]\n");
+    std::fprintf(stderr, "usage: velloro_benchread container|plugin|playback FILE | scrub FILE N SEED | open FILE N [drop]\n");
     return 2;
 }

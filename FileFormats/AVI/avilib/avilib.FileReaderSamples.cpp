@@ -115,13 +115,11 @@ HRESULT FileReader::readEssence(unsigned char* buf, unsigned int bufSize, unsign
         return read(buf, bufSize, n, actual, offset); // refused as a plain read refuses it
     Vl::Ptr<iFile> file = getFilePtr();
     std::uint64_t position = file->getPosition();
-    const unsigned char* held = m_ReadAhead.read(*file, position, toRead);
     // Where the window does not serve, the disk does, as if it were not there.
-    if (!held || !file->setPosition(position + toRead)) {
+    if (!m_ReadAhead.read(*file, position, toRead, buf) || !file->setPosition(position + toRead)) {
         file->setPosition(position);
         return read(buf, bufSize, n, actual, offset);
     }
-    std::memcpy(buf, held, toRead);
     actual = static_cast<unsigned int>(toRead);
     offset = offset_;
     return S_OK;

@@ -1,6 +1,7 @@
 #include "FileFormats/AVI/avilib/avilib.ReadAhead.h"
 
 #include <algorithm>
+#include <cstring>
 
 namespace Morvane::Avi {
 
@@ -14,12 +15,27 @@ bool ReadAhead::near(std::uint64_t pos) const
     return lastEnd_ && pos + kNear >= lastEnd_ && pos <= lastEnd_ + kNear;
 }
 
-const unsigned char* ReadAhead::find(std::uint64_t pos, std::uint64_t n) const
+bool ReadAhead::copy(std::uint64_t pos, std::uint64_t n, unsigned char* out) const
 {
-    for (const Window& w : windows_)
-        if (w.holds(pos, n))
-            return w.bytes.getBuffer(static_cast<unsigned long>(pos - w.start));
-    return nullptr;
+    for (const Window& w : windows_) {
+        if (w.holds(pos, n)) {
+            std::memcpy(out, w.bytes.getBuffer(static_cast<unsigned long>(pos - w.start)), n);
+            return true;
+        }
+    }
+    // Across the end of one window into the next, which begins there.
+    for (int k = 0; k < 2; ++k) {
+        const Window& a = windows_[k];
+        const Window& b = windows_[1 - k];
+        if (!a.length || !a.whole || !b.length || b.start != a.end() || pos < a.start || pos >= a.end() ||
+            !b.holds(b.start, pos + n - b.start))
+            continue;
+        std::uint64_t head = a.end() - pos;
+        std::memcpy(out, a.bytes.getBuffer(static_cast<unsigned long>(pos - a.start)), head);
+        std::memcpy(out + head, b.bytes.getBuffer(0), n - head);
+        return true;
+    }
+    return false;
 }
 
 // Reads into the older window, which becomes the newest.
@@ -72,24 +88,30 @@ bool ReadAhead::note(std::uint64_t pos, std::uint64_t n)
     return forward;
 }
 
-const unsigned char* ReadAhead::read(iFile& file, std::uint64_t pos, std::uint64_t n)
+bool ReadAhead::read(iFile& file, std::uint64_t pos, std::uint64_t n, unsigned char* out)
 {
     note(pos, n);
     if (n > kSmallRead)
-        return nullptr;
-    if (const unsigned char* p = find(pos, n))
-        return p;
+        return false;
+    if (copy(pos, n, out))
+        return true;
     if (streak_ < 2 || sparse())
-        return nullptr;
-    // Going on from the newest window leaves no gap for the requests still
-    // to come between it and this one.
+        return false;
     const Window& newest = windows_[newest_];
+    // A request delivered late, just before the newest window, is read
+    // alone: a window for it would drop the one its neighbours are in.
+    if (newest.length && pos < newest.start && pos + kNear >= newest.start)
+        return false;
+    // Going on from the newest window leaves no gap for the requests still
+    // to come between it and this one; a frame across the two is copied
+    // from both. A new window takes in the run's first requests when they
+    // are close, for those of them still to be delivered.
     std::uint64_t start = pos;
-    if (newest.whole && pos >= newest.end() && pos + n - newest.end() <= kMaxWindow)
+    if (newest.whole && pos >= newest.start && pos + n > newest.end() && pos + n - newest.end() <= kMaxWindow)
         start = newest.end();
-    if (!fill(file, start, std::max(grow(), pos + n - start)))
-        return nullptr;
-    return find(pos, n);
+    else if (pos - runLow_ <= kMinWindow / 2)
+        start = runLow_;
+    return fill(file, start, std::max(grow(), pos + n - start)) && copy(pos, n, out);
 }
 
 // Reads that skip most of what lies between them (one stream of an

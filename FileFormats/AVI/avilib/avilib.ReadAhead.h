@@ -27,10 +27,10 @@ public:
     // A known run (a GOP) is read whole up to this size.
     static constexpr std::uint64_t kMaxRun = 16u << 20;
 
-    // The bytes [pos, pos + n) of the file, from a window, refilled first
-    // when the reads have been going forward; null: read them alone. pos and
-    // n are sector-aligned, as unbuffered reads are.
-    const unsigned char* read(iFile& file, std::uint64_t pos, std::uint64_t n);
+    // Copies the bytes [pos, pos + n) of the file to out from the windows,
+    // refilled first when the reads have been going forward; false: read
+    // them alone. pos and n are sector-aligned, as unbuffered reads are.
+    bool read(iFile& file, std::uint64_t pos, std::uint64_t n, unsigned char* out);
 
     // A run of reads about to come, [pos, pos + n) (the frames of a GOP):
     // brings all of it into a window with one read, more when it follows
@@ -57,7 +57,7 @@ private:
 
     bool near(std::uint64_t pos) const;
     bool note(std::uint64_t pos, std::uint64_t n);
-    const unsigned char* find(std::uint64_t pos, std::uint64_t n) const;
+    bool copy(std::uint64_t pos, std::uint64_t n, unsigned char* out) const;
     bool sparse() const;
     bool fill(iFile& file, std::uint64_t pos, std::uint64_t size);
     std::uint64_t grow();
