@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <cerrno>
-#include <cstdlib>
 
 #include "OS/VlErrFromHresult.h"
 #include "common/AssertCapture.h"
@@ -106,28 +105,12 @@ TEST(Platform, WideStringShims)
     EXPECT_EQ(StringCchPrintfW(buf, 0x80000000ul, L"x"), E_INVALIDARG);
 }
 
-TEST(Platform, WgetenvAndSysStrings)
-{
-    ::setenv("VELLORO_TEST_VAR", "value", 1);
-    EXPECT_STREQ(_wgetenv(L"VELLORO_TEST_VAR"), L"value");
-    EXPECT_EQ(_wgetenv(L"VELLORO_TEST_UNSET_VAR"), nullptr);
-    wchar_t* copy = SysAllocString(L"abc");
-    EXPECT_STREQ(copy, L"abc");
-    EXPECT_EQ(SysFreeString(copy), 0);
-    EXPECT_EQ(SysAllocString(nullptr), nullptr);
-    EXPECT_EQ(SysFreeString(nullptr), 0);
-}
-
 TEST(Platform, UuidCreate)
 {
     GUID a{}, b{};
     ASSERT_EQ(UuidCreate(&a), S_OK);
     ASSERT_EQ(UuidCreate(&b), S_OK);
     EXPECT_TRUE(a != b);
-    GUID c = a;
-    EXPECT_TRUE(c == a);
-    c.Data4[7] ^= 1;
-    EXPECT_TRUE(c != a) << "the last byte counts";
     std::string out = captureStdout([] { UuidCreate(nullptr); });
     EXPECT_EQ(out, "assertion failed result at util/morvaneguid line 21\n");
 }
