@@ -2,17 +2,16 @@
 // Helpers of the writer tests: track descriptions, frame feeding and an
 // independent walk over the chunks of a written file.
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
 
 #include "FileFormats/AVI/avilib/avilib.FileWriter.h"
 #include "FileFormats/AVI/avilib/avilib.MediaType.h"
+#include "common/FfmpegFiles.h"
 #include "util/fourcc.h"
 
 namespace writertest {
@@ -186,18 +185,7 @@ struct Walk
     }
 };
 
-inline std::string run(const std::string& command)
-{
-    std::string out;
-    if (FILE* p = ::popen(command.c_str(), "r")) {
-        char buf[4096];
-        std::size_t n;
-        while ((n = std::fread(buf, 1, sizeof(buf), p)) > 0)
-            out.append(buf, n);
-        ::pclose(p);
-    }
-    return out;
-}
+using testutil::run;
 
 inline bool haveFfmpeg()
 {
@@ -209,23 +197,11 @@ inline std::string narrow(const std::wstring& s)
     return std::string(s.begin(), s.end());
 }
 
-// ffprobe's key=value lines for one stream entry list.
+// ffprobe's fields of one stream.
 inline std::map<std::string, std::string> probeStream(const std::wstring& path, int stream,
                                                       const std::string& entries)
 {
-    std::string out = run("ffprobe -v error -count_packets -select_streams " + std::to_string(stream) +
-                          " -show_entries stream=" + entries + " -of default=noprint_wrappers=1 '" + narrow(path) +
-                          "' 2>&1");
-    std::map<std::string, std::string> kv;
-    std::istringstream in(out);
-    for (std::string line; std::getline(in, line);) {
-        std::size_t eq = line.find('=');
-        if (eq != std::string::npos)
-            kv[line.substr(0, eq)] = line.substr(eq + 1);
-        else if (!line.empty())
-            kv["error"] += line;
-    }
-    return kv;
+    return testutil::probe(narrow(path), std::to_string(stream), "stream=" + entries);
 }
 
 struct FrameMd5Line

@@ -1,9 +1,11 @@
 #pragma once
-// The files ffmpeg wrote for the tests and its framemd5 lines: what the
-// reader's tests and the plug-in's tests compare against.
+// The files ffmpeg wrote for the tests, its framemd5 lines and ffprobe's
+// fields: what the reader's, writer's and plug-in's tests compare against.
+#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -22,6 +24,37 @@ inline std::string slurp(const std::string& path)
     std::stringstream ss;
     ss << in.rdbuf();
     return ss.str();
+}
+
+// What the command printed on standard output.
+inline std::string run(const std::string& command)
+{
+    std::string out;
+    if (FILE* p = ::popen(command.c_str(), "r")) {
+        char buf[65536];
+        std::size_t n;
+        while ((n = std::fread(buf, 1, sizeof buf, p)) > 0)
+            out.append(buf, n);
+        ::pclose(p);
+    }
+    return out;
+}
+
+// ffprobe's key=value lines for the streams `select` picks (an index or a
+// kind), packets counted; any other line it prints is kept under "error".
+inline std::map<std::string, std::string> probe(const std::string& path, const std::string& select,
+                                                const std::string& entries)
+{
+    std::istringstream in(run("ffprobe -v error -count_packets -select_streams " + select + " -show_entries " +
+                              entries + " -of default=noprint_wrappers=1 '" + path + "' 2>&1"));
+    std::map<std::string, std::string> kv;
+    for (std::string line; std::getline(in, line);) {
+        if (std::size_t eq = line.find('='); eq != std::string::npos)
+            kv[line.substr(0, eq)] = line.substr(eq + 1);
+        else if (!line.empty())
+            kv["error"] += line;
+    }
+    return kv;
 }
 
 // The fields both sides must agree on: dts (unless left out), size and hash

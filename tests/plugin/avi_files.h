@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "avi/reader_builder.h"
+#include "avi/odml_builder.h"
 
 namespace plugintest {
 
@@ -117,51 +117,13 @@ inline Bytes buildFile(const std::optional<VideoSpec>& video, const std::optiona
 }
 
 // A long-GOP MPEG-2 stream with a frame-type (IBP) index, stored
-// I0 P3 B1 B2 P5 B4 | I6 P9 B7 B8 P11 B10 | I12.
+// I0 P3 B1 B2 P5 B4 | I6 P9 B7 B8 P11 B10 | I12; frame k of frameSize(k).
 inline Bytes buildLongGopFile()
 {
-    const std::uint32_t type[] = {0, 1, 2, 3, 1, 2, 0, 1, 2, 2, 1, 3, 0};
-    const std::uint32_t display[] = {0, 3, 1, 2, 5, 4, 6, 9, 7, 8, 11, 10, 12};
-    const std::uint32_t real[] = {0, 2, 3, 1, 5, 4, 6, 8, 9, 7, 11, 10, 12};
-    const unsigned total = 13;
-    RiffBuilder b;
-    std::size_t riff = b.begin("RIFF", "AVI ");
-    std::size_t hdrl = b.begin("LIST", "hdrl");
-    b.record(mainHeader(1, total));
-    std::size_t strl = b.begin("LIST", "strl");
-    b.record(streamHeader("vids", "MMES", 25, 1, total));
-    b.chunk("strf", mmesFormat(576));
-    b.put(AVISUPERINDEX{ckid::indx, 24 + 16 * 4, 4, AVI_INDEX_IBP, AVI_INDEX_OF_INDEXES, 1, Morvane::makeFourCC("00dc"),
-                        {}});
-    std::size_t superEntries = b.pos();
-    for (int i = 0; i < 4; ++i)
-        b.put(AVISUPERINDEX_ENTRY{});
-    b.end(strl);
-    std::size_t odml = b.begin("LIST", "odml");
-    AVIEXTHEADER dmlh = {};
-    dmlh.fcc = ckid::dmlh;
-    dmlh.cb = 248;
-    dmlh.dwTotalFrames = total;
-    b.record(dmlh);
-    b.end(odml);
-    b.end(hdrl);
-
-    std::size_t movi = b.begin("LIST", "movi");
-    std::vector<std::uint64_t> headers;
-    for (unsigned k = 0; k < total; ++k)
-        headers.push_back(b.chunk("00dc", frameData(k, frameSize(k))));
-    std::size_t at = b.pos();
-    b.put(AVISTDINDEX{Morvane::makeFourCC("ix00"), 24 + 4 * 6 * total, 6, AVI_INDEX_IBP, AVI_INDEX_OF_CHUNKS, total,
-                      Morvane::makeFourCC("00dc"), movi, 0});
-    for (unsigned k = 0; k < total; ++k)
-        b.put(MQ_AVIIBPINDEX_ENTRY{headers[k], static_cast<std::uint32_t>(frameSize(k)) | type[k] << 29, display[k],
-                                   real[k], 0});
-    b.patch64(superEntries, at);
-    b.patch32(superEntries + 8, static_cast<std::uint32_t>(b.pos() - at));
-    b.patch32(superEntries + 12, total);
-    b.end(movi);
-    b.end(riff);
-    return b.bytes();
+    std::vector<Entry> entries = longGopEntries();
+    for (unsigned k = 0; k < entries.size(); ++k)
+        entries[k].size = static_cast<std::uint32_t>(frameSize(k));
+    return buildOdml(AVI_INDEX_IBP, {entries}, true);
 }
 
 } // namespace plugintest

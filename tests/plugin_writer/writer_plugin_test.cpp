@@ -6,7 +6,6 @@
 #include <cmath>
 #include <filesystem>
 #include <map>
-#include <sstream>
 
 #include "Md5.h"
 #include "PluginRead.h"
@@ -23,20 +22,7 @@ namespace {
 using namespace plugintest;
 using std::filesystem::exists;
 using pluginwritertest::run;
-
-// ffprobe's key=value lines for one stream kind.
-std::map<std::string, std::string> probe(const std::string& path, const char* select, const char* entries)
-{
-    std::map<std::string, std::string> out;
-    std::string text = run(std::string("ffprobe -v error -select_streams ") + select + " -count_packets -show_entries " +
-                           entries + " -of default=noprint_wrappers=1 '" + path + "'");
-    std::istringstream in(text);
-    std::string line;
-    while (std::getline(in, line))
-        if (auto eq = line.find('='); eq != std::string::npos)
-            out[line.substr(0, eq)] = line.substr(eq + 1);
-    return out;
-}
+using testutil::probe;
 
 class WriterPlugin : public LoadedPlugin
 {

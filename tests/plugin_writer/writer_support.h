@@ -1,27 +1,15 @@
 #pragma once
 // What the writer resource's tests share: a shell command's output, and the
 // parameters the editor hands the writer for a picture and its audio.
-#include <cstdio>
 #include <string>
 
+#include "common/FfmpegFiles.h"
 #include "host/FileWriterParams.h"
 #include "util/fourcc.h"
 
 namespace pluginwritertest {
 
-// What the command printed on standard output.
-inline std::string run(const std::string& command)
-{
-    std::string out;
-    if (FILE* p = ::popen(command.c_str(), "r")) {
-        char buf[65536];
-        std::size_t n;
-        while ((n = std::fread(buf, 1, sizeof buf, p)) > 0)
-            out.append(buf, n);
-        ::pclose(p);
-    }
-    return out;
-}
+using testutil::run;
 
 // 8-bit UYVY in, compressed as fcc; 29.97 upper field first, 16:9; streams
 // of stereo 16-bit PCM at 48 kHz.
