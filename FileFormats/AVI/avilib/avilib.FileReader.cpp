@@ -65,11 +65,13 @@ void FileReader::freeIndex()
             m_ParsedIndexes.erase(m_ParsedIndexes.begin());
         }
         m_Resident.entries = m_pIndex;
+        m_Resident.audioHint = m_AudioHint;
         m_ParsedIndexes.push_back(m_Resident);
     } else {
         delete[] m_pIndex;
     }
     m_Resident = ParsedIndex();
+    m_AudioHint = AudioHint();
     m_pIndex = nullptr;
     m_nIndexCount = 0;
 }

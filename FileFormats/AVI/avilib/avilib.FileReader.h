@@ -186,6 +186,18 @@ private:
     std::uint32_t m_dwAudioBufferLength = 0;
     bool m_bTemporalReordering = false;
 
+    // Where the last audio lookup ended in the resident records, so that a
+    // sequential read does not walk them from the start each time; kept with
+    // the records when they are put aside. Only set when no record before it
+    // failed the block-alignment assertion, so that starting there prints
+    // what a whole walk would.
+    struct AudioHint
+    {
+        bool valid = false;
+        std::uint32_t entry = 0;
+        std::uint64_t start = 0;
+    };
+
     // Index chunks parsed before, kept so that making a stream current again
     // (the read adapter does so before every read) costs no disk read and no
     // parse. A chunk is known by its stream, its super-index entry (or the
@@ -200,7 +212,9 @@ private:
         std::uint32_t startSample = 0;
         std::uint32_t residentLength = 0;
         std::uint32_t maxGopLength = 1;
+        AudioHint audioHint;
     };
+    AudioHint m_AudioHint;
     static constexpr std::uint64_t kIdx1Chunk = UINT64_MAX;
     static constexpr std::size_t kParsedIndexSlots = 4;
     bool residentFromParsed(int stream, std::uint64_t chunk);

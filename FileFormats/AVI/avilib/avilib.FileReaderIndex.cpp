@@ -384,6 +384,7 @@ bool FileReader::residentFromParsed(int stream, std::uint64_t chunk)
             m_nMaxGopLength = p.maxGopLength;
         p.entries = nullptr;
         m_Resident = p;
+        m_AudioHint = p.audioHint;
         return true;
     }
     return false;
@@ -431,11 +432,20 @@ IndexEntry* FileReader::getIndexEntryA(unsigned int sample, unsigned int& sample
     if (nBlockAlign == 0)
         return nullptr;
     std::uint64_t start = m_nIndexStartSample;
-    for (std::uint32_t i = 0; i < m_nIndexCount; ++i) {
+    std::uint32_t i = 0;
+    if (m_AudioHint.valid && m_AudioHint.entry < m_nIndexCount && sample >= m_AudioHint.start) {
+        i = m_AudioHint.entry;
+        start = m_AudioHint.start;
+    }
+    bool aligned = true;
+    for (; i < m_nIndexCount; ++i) {
         IndexEntry* pEntry = &m_pIndex[i];
         MORVANE_ASSERT(pEntry->size%nBlockAlign==0);
+        aligned = aligned && pEntry->size % nBlockAlign == 0;
         std::uint64_t n = pEntry->size / nBlockAlign;
         if (sample >= start && sample - start < n) {
+            if (aligned)
+                m_AudioHint = {true, i, start};
             entryStart = static_cast<unsigned int>(start);
             samplesLeft = static_cast<unsigned int>(n - (sample - start));
             return pEntry;
