@@ -195,8 +195,6 @@ INSTANTIATE_TEST_SUITE_P(
     Reader, StandardIndexFaults,
     testing::Values(
         IndexFault{"UnknownSubType", 0, {{100}}, 7, AVI_INDEX_OF_CHUNKS, "LoadINDX Error: unknown chunk type"},
-        IndexFault{"NotIndexOfChunks", 0, {{100}}, 0, AVI_INDEX_OF_INDEXES,
-                   "LoadINDX Error: index type not AVI_INDEX_OF_CHUNKS"},
         IndexFault{"ZeroSize", 0, {{100}, {0}}, 0, AVI_INDEX_OF_CHUNKS, "LoadINDX invalid entry size."},
         IndexFault{"HugeSize", 0, {{100}, {100, 0, 0, 0, 0x1000001}}, 0, AVI_INDEX_OF_CHUNKS,
                    "LoadINDX invalid entry size."},

@@ -98,13 +98,7 @@ TEST_P(WriterFfprobe, OpensCleanlyAndGivesTheWrittenBytes)
 }
 
 INSTANTIATE_TEST_SUITE_P(Files, WriterFfprobe,
-                         testing::Values(ProbeCase{"video", 320, 240, 30, 0, 0, 1},
-                                         ProbeCase{"video and two audio", 320, 240, 30, 2, 1920, 1},
-                                         ProbeCase{"three RIFFs", 16, 8, 2 * 8124 + 5, 2, 48, 3}),
-                         [](const testing::TestParamInfo<ProbeCase>& info) {
-                             std::string n = info.param.name;
-                             for (char& ch : n)
-                                 if (!std::isalnum(static_cast<unsigned char>(ch)))
-                                     ch = '_';
-                             return n;
-                         });
+                         testing::Values(ProbeCase{"Video", 320, 240, 30, 0, 0, 1},
+                                         ProbeCase{"VideoAndTwoAudio", 320, 240, 30, 2, 1920, 1},
+                                         ProbeCase{"ThreeRiffs", 16, 8, 2 * 8124 + 5, 2, 48, 3}),
+                         [](const testing::TestParamInfo<ProbeCase>& info) { return std::string(info.param.name); });
