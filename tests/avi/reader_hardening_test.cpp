@@ -96,6 +96,13 @@ const std::vector<Case> kCases = [] {
         {"StrhTruncated", poke(false, "strh", 4, 20u), kNoIndex},
         {"VideoStrfTruncated", poke(false, "strf", 4, 20u), kNoIndex},
         {"AudioStrfTruncatedTo16", poke(false, "strf1", 4, 16u), kNoIndex},
+        // The file ends inside the audio format, whose size runs to 4 GiB.
+        {"AudioStrfCutInsideItsHeader", edit(false,
+                                             [](File& f) {
+                                                 put32(f.bytes, f.at["strf1"] + 4, 0xFFFFFFFFu);
+                                                 f.bytes.resize(f.at["strf1"] + 8 + 17);
+                                             }),
+         kNoIndex},
         {"VideoScaleZero", knob([](Knobs& k) { k.vstrh.dwScale = 0; }), kAllGood},
         {"VideoRateZero", knob([](Knobs& k) { k.vstrh.dwRate = 0; }), kAllGood},
         {"AudioScaleZero", knob([](Knobs& k) { k.astrh.dwScale = 0; }), kAllGood},

@@ -432,11 +432,14 @@ HRESULT FileReader::onStrfAudio(unsigned int stream, const Chunk& c)
         // The chunk's own wBitsPerSample (16-byte form) is not trusted.
         s.wfx.wBitsPerSample = static_cast<std::uint16_t>(wf.nBlockAlign / wf.nChannels * 8);
     } else {
-        std::memcpy(&s.wfx, c.data, sizeof(WAVEFORMATEX));
-        // The extension travels as extra data; only what is in the buffer.
-        std::uint32_t extra = c.available - std::uint32_t(sizeof(WAVEFORMATEX));
-        if (c.size - sizeof(WAVEFORMATEX) > 0 && extra > 0)
-            setStreamExtra(stream, c.data + sizeof(WAVEFORMATEX), extra);
+        // A chunk cut short by the end of the file holds less than its size
+        // says: only the bytes in the buffer are taken, the rest stays zero.
+        std::uint32_t held = c.available;
+        std::memset(&s.wfx, 0, sizeof s.wfx);
+        std::memcpy(&s.wfx, c.data, std::min<std::uint32_t>(held, sizeof(WAVEFORMATEX)));
+        // The extension travels as extra data.
+        if (held > sizeof(WAVEFORMATEX))
+            setStreamExtra(stream, c.data + sizeof(WAVEFORMATEX), held - std::uint32_t(sizeof(WAVEFORMATEX)));
     }
     s.bih.biSize = 1;
     return S_OK;
