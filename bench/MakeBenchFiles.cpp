@@ -17,6 +17,7 @@
 
 #include "FileFormats/AVI/avilib/avilib.FileWriter.h"
 #include "FileFormats/AVI/avilib/avilib.MediaType.h"
+#include "avi/mpeg2_codec_block.h"
 #include "util/fourcc.h"
 #include "util/stringUtils.h"
 
@@ -51,23 +52,6 @@ TrackStructuralData audioTrack()
     t.Data.AInfo.blockAlign = 4;
     t.Data.AInfo.avgBytesPerSec = 48000 * 4;
     return t;
-}
-
-// The codec data that marks a long-GOP MPEG-2 stream: the offset of the
-// media type, the media type (temporal compression) and its format block.
-std::vector<unsigned char> mpeg2Extra()
-{
-    std::vector<unsigned char> extra(4 + sizeof(SERIALIZED_MEDIA_TYPE) + sizeof(MPEG2VIDEOINFO), 0);
-    const std::uint32_t mediaTypeAt = sizeof(EXBMINFOHEADER);
-    std::memcpy(extra.data(), &mediaTypeAt, 4);
-    SERIALIZED_MEDIA_TYPE mt = {};
-    mt.majortype = MEDIATYPE_Video;
-    mt.subtype = MEDIASUBTYPE_MPEG2_VIDEO;
-    mt.bTemporalCompression = 1;
-    mt.formattype = FORMAT_MPEG2_VIDEO;
-    mt.cbFormat = sizeof(MPEG2VIDEOINFO);
-    std::memcpy(extra.data() + 4, &mt, sizeof mt);
-    return extra;
 }
 
 std::vector<unsigned char> pattern(std::size_t n, std::uint32_t seed)
@@ -116,7 +100,7 @@ int main(int argc, char** argv)
         frameSize = 144000;
     } else if (kind == "gop") {
         tracks[0] = videoTrack("MMES", 1920, 1080);
-        extra = mpeg2Extra();
+        extra = testutil::mpeg2CodecBlock();
         tracks[0].pExtraData = extra.data();
         tracks[0].cbExtra = static_cast<std::uint16_t>(extra.size());
         tracks[0].Data.VInfo.gopLength = 12;

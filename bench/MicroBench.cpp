@@ -13,6 +13,7 @@
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"
 #include "FileFormats/AVI/avilib/avilib.FileWriter.h"
 #include "FileFormats/AVI/avilib/avilib.MediaType.h"
+#include "avi/mpeg2_codec_block.h"
 #include "util/fourcc.h"
 #include "util/stringUtils.h"
 
@@ -68,28 +69,13 @@ TrackStructuralData audio()
     return t;
 }
 
-std::vector<unsigned char> mpeg2Extra()
-{
-    std::vector<unsigned char> extra(4 + sizeof(SERIALIZED_MEDIA_TYPE) + sizeof(MPEG2VIDEOINFO), 0);
-    const std::uint32_t at = sizeof(EXBMINFOHEADER);
-    std::memcpy(extra.data(), &at, 4);
-    SERIALIZED_MEDIA_TYPE mt = {};
-    mt.majortype = MEDIATYPE_Video;
-    mt.subtype = MEDIASUBTYPE_MPEG2_VIDEO;
-    mt.bTemporalCompression = 1;
-    mt.formattype = FORMAT_MPEG2_VIDEO;
-    mt.cbFormat = sizeof(MPEG2VIDEOINFO);
-    std::memcpy(extra.data() + 4, &mt, sizeof mt);
-    return extra;
-}
-
 // A DV-sized file, or a long-GOP one with 12-frame groups (I P B B ...).
 bool writeFile(const std::string& path, bool gop, std::uint32_t frames)
 {
     std::vector<unsigned char> extra;
     TrackStructuralData tracks[2] = {video(gop ? "MMES" : "dvsd"), audio()};
     if (gop) {
-        extra = mpeg2Extra();
+        extra = testutil::mpeg2CodecBlock();
         tracks[0].pExtraData = extra.data();
         tracks[0].cbExtra = static_cast<std::uint16_t>(extra.size());
         tracks[0].Data.VInfo.gopLength = 12;

@@ -11,6 +11,7 @@
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"
 #include "FileFormats/AVI/avilib/avilib.FileWriter.h"
 #include "FileFormats/AVI/avilib/avilib.MediaType.h"
+#include "avi/mpeg2_codec_block.h"
 #include "FuzzInput.h"
 #include "util/fourcc.h"
 #include "util/stringUtils.h"
@@ -58,22 +59,6 @@ std::vector<unsigned char> bytesFor(unsigned stream, unsigned frame, std::uint32
     return v;
 }
 
-// A long-GOP MPEG-2 codec block: the media type says temporal compression.
-std::vector<unsigned char> mpeg2Extra()
-{
-    std::vector<unsigned char> extra(212, 0);
-    std::uint32_t at = sizeof(EXBMINFOHEADER);
-    std::memcpy(extra.data(), &at, 4);
-    SERIALIZED_MEDIA_TYPE mt = {};
-    mt.majortype = MEDIATYPE_Video;
-    mt.subtype = MEDIASUBTYPE_MPEG2_VIDEO;
-    mt.bTemporalCompression = 1;
-    mt.formattype = FORMAT_MPEG2_VIDEO;
-    mt.cbFormat = sizeof(MPEG2VIDEOINFO);
-    std::memcpy(extra.data() + 4, &mt, sizeof mt);
-    return extra;
-}
-
 const char kVideoCodes[][5] = {"UYVY", "YUY2", "dvsd", "dv50", "MJPG", "MMES", "M102", "M101"};
 
 } // namespace
@@ -107,7 +92,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     v.Data.VInfo.scale = in.get<std::uint64_t>();
     v.Data.VInfo.gopLength = in.get<std::uint8_t>();
     if (v.Data.VInfo.fourcc == Morvane::makeFourCC("MMES")) {
-        extra = mpeg2Extra();
+        extra = testutil::mpeg2CodecBlock();
         // Some inputs cut the codec block short.
         if (code & 0x80)
             extra.resize(in.get<std::uint8_t>() % 212);

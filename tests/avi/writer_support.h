@@ -11,6 +11,7 @@
 
 #include "FileFormats/AVI/avilib/avilib.FileWriter.h"
 #include "FileFormats/AVI/avilib/avilib.MediaType.h"
+#include "avi/mpeg2_codec_block.h"
 #include "common/FfmpegFiles.h"
 #include "util/fourcc.h"
 
@@ -55,27 +56,16 @@ inline TrackStructuralData timecodeTrack(std::uint32_t start)
 }
 
 // A long-GOP MPEG-2 track: its media type says temporal compression, so
-// the stream gets the IBP index. The codec data is the offset of the media
-// type in the stream format, the media type and its MPEG-2 format block.
+// the stream gets the IBP index.
 struct Mpeg2Track
 {
-    std::vector<unsigned char> extra = std::vector<unsigned char>(212, 0);
+    std::vector<unsigned char> extra = testutil::mpeg2CodecBlock();
     TrackStructuralData track = videoTrack("MMES", 720, 576, 25, 1);
 
     Mpeg2Track()
     {
-        const std::uint32_t mediaTypeAt = sizeof(EXBMINFOHEADER);
-        std::memcpy(extra.data(), &mediaTypeAt, 4);
-        SERIALIZED_MEDIA_TYPE mt = {};
-        mt.majortype = MEDIATYPE_Video;
-        mt.subtype = MEDIASUBTYPE_MPEG2_VIDEO;
-        mt.bTemporalCompression = 1;
-        mt.formattype = FORMAT_MPEG2_VIDEO;
-        mt.cbFormat = sizeof(MPEG2VIDEOINFO);
-        static_assert(4 + sizeof(SERIALIZED_MEDIA_TYPE) + sizeof(MPEG2VIDEOINFO) == 212);
-        std::memcpy(extra.data() + 4, &mt, sizeof mt);
         track.pExtraData = extra.data();
-        track.cbExtra = 212;
+        track.cbExtra = static_cast<std::uint32_t>(extra.size());
         track.Data.VInfo.gopLength = 12;
     }
     Mpeg2Track(const Mpeg2Track&) = delete;
