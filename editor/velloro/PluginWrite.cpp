@@ -129,16 +129,16 @@ public:
         return true;
     }
 
-    bool frame(const unsigned char* bytes, std::uint32_t size, std::string& error)
+    // A frame of size bytes for the caller to fill, or null without memory.
+    static Vl::Ptr<FrameBuffer> newFrame(std::uint32_t size, unsigned char*& bytes)
     {
         Vl::Ptr<ByteBufferImpl> memory(new ByteBufferImpl());
         // One spare byte: an odd-sized chunk is padded from the byte after it.
-        if (!memory->alloc(size + 1))
-            return fail("out of memory", 0, error);
-        std::memcpy(memory->data(), bytes, size);
+        if (!memory->alloc(std::size_t(size) + 1))
+            return nullptr;
         memory->setUsed(size);
-        Vl::Ptr<FrameBuffer> buffer(new FrameBuffer(nullptr, memory, nullptr));
-        return frame(buffer, error);
+        bytes = memory->data();
+        return Vl::Ptr<FrameBuffer>(new FrameBuffer(nullptr, memory, nullptr));
     }
 
     bool frame(Vl::Ptr<FrameBuffer>& buffer, std::string& error)
@@ -332,7 +332,8 @@ bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
     WriteSession session(reader, writer, out);
     if (!session.open(params, error))
         return false;
-    std::vector<unsigned char> picture;
+    // At most 4096 rows of 11008 bytes: the product fits.
+    const auto pictureBytes = static_cast<std::uint32_t>(std::uint64_t(params.stride_) * o.height);
     Aud::StreamBufferList tone;
     std::uint64_t fed = 0;
     for (std::uint64_t n = 0; n < frames; ++n) {
@@ -347,8 +348,15 @@ bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
                 return false;
             fed = due;
         }
-        synthFrame(fcc, o.width, o.height, n, picture);
-        if (!session.frame(picture.data(), static_cast<std::uint32_t>(picture.size()), error))
+        // Painted where the writer takes it from: no copy on the way.
+        unsigned char* bytes = nullptr;
+        Vl::Ptr<FrameBuffer> picture = WriteSession::newFrame(pictureBytes, bytes);
+        if (!picture) {
+            error = "out of memory";
+            return false;
+        }
+        synthFrame(fcc, o.width, o.height, n, bytes);
+        if (!session.frame(picture, error))
             return false;
         if (progress)
             progress->update(n + 1);

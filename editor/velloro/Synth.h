@@ -10,7 +10,8 @@ namespace velloro {
 // 0 for another code.
 std::uint32_t synthStride(std::uint32_t fcc, std::uint32_t width);
 
-// Frame n of the clip in fcc, rows of synthStride bytes.
+// Frame n of the clip in fcc, height rows of synthStride bytes, into out.
+void synthFrame(std::uint32_t fcc, std::uint32_t width, std::uint32_t height, std::uint64_t n, unsigned char* out);
 void synthFrame(std::uint32_t fcc, std::uint32_t width, std::uint32_t height, std::uint64_t n,
                 std::vector<unsigned char>& out);
 
