@@ -13,8 +13,11 @@ namespace Vl {
 
 namespace {
 
-// Frames the editor may queue ahead of the writer thread.
+// Frames the editor may queue ahead of the writer thread: eight, or as many
+// as fit in 16 MiB, so that large frames do not pile up in memory. One
+// frame is always taken, however large.
 constexpr std::size_t kQueueDepth = 8;
+constexpr std::uint64_t kQueueBytes = 16u << 20;
 
 std::uint32_t ringCapacity(const FileWriterParams& params)
 {
@@ -50,6 +53,7 @@ struct FileInfoBase::State
     mutable std::mutex mutex;
     std::condition_variable changed;
     std::deque<Entry> queue;
+    std::uint64_t queuedBytes = 0;
     std::thread thread;
     bool started = false;
     bool threadDone = false;
@@ -97,12 +101,17 @@ int FileInfoBase::writeSurface(Vl::Ptr<FrameBuffer>& frame)
         s.started = true;
         s.thread = std::thread([this] { threadFn(); });
     }
-    s.changed.wait(lock, [&] { return s.cancelled || s.failed || s.videoFinished || s.queue.size() < kQueueDepth; });
+    const std::uint64_t size = frame->size();
+    s.changed.wait(lock, [&] {
+        return s.cancelled || s.failed || s.videoFinished || s.queue.empty() ||
+               (s.queue.size() < kQueueDepth && s.queuedBytes + size <= kQueueBytes);
+    });
     if (s.failed)
         return s.error;
     if (s.cancelled || s.videoFinished)
         return 0;
     s.queue.push_back({frame, eVlroFrameI});
+    s.queuedBytes += size;
     s.changed.notify_all();
     return 1;
 }
@@ -118,12 +127,14 @@ void FileInfoBase::threadFn()
             s.changed.wait(lock, [&] { return s.cancelled || !s.queue.empty() || s.videoFinished; });
             if (s.cancelled) {
                 s.queue.clear();
+                s.queuedBytes = 0;
                 break;
             }
             if (s.queue.empty())
                 break;
             entry = std::move(s.queue.front());
             s.queue.pop_front();
+            s.queuedBytes -= entry.frame->size();
             s.changed.notify_all();
             if (s.failed)
                 continue;

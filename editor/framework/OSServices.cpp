@@ -21,6 +21,17 @@ constexpr std::size_t kAlignedFrom = 4096;
 // serve requests that one file lock serialises anyway.
 const bool g_fewArenas = [] { return mallopt(M_ARENA_MAX, 2) == 1; }();
 
+// Uncompressed HD frames (over 2 MiB) go straight back to the system when
+// freed. Left to itself the C library raises its threshold to the largest
+// block freed, after which the arenas keep every 4 MB frame they have
+// served: the peak would be what was ever in flight, not what is. Smaller
+// blocks (compressed frames, GOPs) are reused from the heap, which keeps up
+// to 32 MiB free at its top instead of returning it and faulting it in
+// again for the next GOP.
+const bool g_framesUnpooled = [] {
+    return mallopt(M_MMAP_THRESHOLD, 2 << 20) == 1 && mallopt(M_TRIM_THRESHOLD, 32 << 20) == 1;
+}();
+
 std::atomic<std::uint64_t> g_allocations{0};
 std::atomic<std::uint64_t> g_frees{0};
 
