@@ -199,21 +199,34 @@ int pluginPass(const char* path, bool playback)
     std::uint64_t frames = 0, videoBytes = 0, audioBytes = 0;
     std::vector<std::uint64_t> audioAt(a.audioStreams(), 0);
     const std::uint64_t audioTotal = a.audioStreams() ? a.lengthInSamples() : 0;
-    // Each stream's audio up to sample limit, in 16384-sample requests; false on a failed request.
+    // A player's audio runs on its own: its requests stay in flight beside
+    // the frames' and are collected only when a few are outstanding.
+    std::deque<Vl::Ptr<AudioReadRequest>> audioInFlight;
+    const std::size_t audioWindow = playback ? 4 : 1;
+    bool audioFailed = false;
+    auto collect = [&](std::size_t keep) {
+        while (audioInFlight.size() > keep) {
+            Vl::Ptr<AudioReadRequest> request = audioInFlight.front();
+            audioInFlight.pop_front();
+            if (request->wait() != RequestStatus::eCompleted || request->result().samples() == 0) {
+                audioFailed = true;
+                continue;
+            }
+            audioBytes += std::uint64_t(request->result().samples()) * request->result().bytesPerSample() *
+                          request->result().channels();
+        }
+    };
+    // Each stream's audio up to sample limit, in 16384-sample requests.
     auto audioUpTo = [&](std::uint64_t limit) {
-        for (std::uint32_t k = 0; k < a.audioStreams(); ++k) {
-            for (std::uint64_t& start = audioAt[k]; start < std::min(limit, audioTotal);) {
+        for (std::uint32_t k = 0; k < a.audioStreams() && !audioFailed; ++k) {
+            for (std::uint64_t& start = audioAt[k]; start < std::min(limit, audioTotal) && !audioFailed;) {
                 std::uint32_t n = static_cast<std::uint32_t>(std::min<std::uint64_t>(16384, audioTotal - start));
                 Vl::Ptr<AudioReadRequest> request(
                     new AudioReadRequest(p.file, k, static_cast<std::uint32_t>(start), n));
                 p.reader->readAudioSample(request, true);
-                if (request->wait() != RequestStatus::eCompleted || request->result().samples() == 0) {
-                    start = audioTotal;
-                    break;
-                }
-                audioBytes += std::uint64_t(request->result().samples()) * request->result().bytesPerSample() *
-                              request->result().channels();
-                start += request->result().samples();
+                audioInFlight.push_back(request);
+                start += n;
+                collect(audioWindow - 1);
             }
         }
     };
@@ -247,6 +260,7 @@ int pluginPass(const char* path, bool playback)
             audioUpTo(audioTotal * frames / length + 16384);
     }
     audioUpTo(audioTotal);
+    collect(0);
     p.reader->waitForIdle();
     printPass(playback ? "playback" : "plugin", path, frames, videoBytes, audioBytes, since(t0));
     return 0;
