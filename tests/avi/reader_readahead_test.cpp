@@ -146,6 +146,27 @@ TEST(ReadAhead, AGroupIsOneReadAndTheNextGroupsReadFurtherAhead)
     EXPECT_FALSE(ra.readRun(f, 0, ReadAhead::kMaxRun + 512));
 }
 
+TEST(ReadAhead, GroupsKeepReadingAheadBetweenAudioReadsFarBehind)
+{
+    // A player: eight groups in flight ahead of the picture shown, and the
+    // audio asked for at that picture, 8 groups (11 MiB) behind.
+    MemoryFile f(64 * kMiB);
+    ReadAhead ra;
+    const std::uint64_t gop = 1400 * 1024;
+    std::vector<unsigned char> got(8192);
+    for (int g = 0; g < 30; ++g) {
+        const std::uint64_t at = 4 * kMiB + g * gop;
+        ASSERT_TRUE(ra.readRun(f, at, gop)) << g;
+        EXPECT_EQ(walk(ra, f, at, gop / 12, gop / 12, 12), 12u) << g;
+        if (g >= 8 && ra.read(f, at - 8 * gop, 8192, got.data())) {
+            EXPECT_TRUE(f.holds(got, at - 8 * gop, 8192));
+        }
+    }
+    // 41 MiB of groups in windows growing to 8 MiB; one read per group
+    // otherwise.
+    EXPECT_LE(f.reads, 10u);
+}
+
 TEST(ReadAhead, ShortAndFailedReadsLeaveTheRestToTheCaller)
 {
     MemoryFile f(3 * kMiB + 1000);

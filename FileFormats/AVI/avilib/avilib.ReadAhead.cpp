@@ -125,6 +125,11 @@ bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
 {
     if (n == 0 || n > kMaxRun)
         return false;
+    // Groups follow each other even when other reads come between them: a
+    // player's audio, asked for at the picture shown, lies well behind the
+    // groups its decoder has in flight.
+    const bool followsRun = runEnd_ && pos + kNear >= runEnd_ && pos <= runEnd_ + kNear;
+    runEnd_ = pos + n;
     for (const Window& w : windows_)
         if (w.holds(pos, n))
             return true;
@@ -132,8 +137,13 @@ bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
     // (a request delivered late) reads just itself. Either starts at the
     // run, which must lie in one window.
     std::uint64_t size = n;
-    if (note(pos, n) && !sparse() && pos >= windows_[newest_].start)
-        size = std::max(n, grow());
+    const bool forward = note(pos, n) && !sparse();
+    if ((forward || followsRun) && pos >= windows_[newest_].start) {
+        size = std::max(n, runWindow_);
+        runWindow_ = std::min(runWindow_ * 2, kMaxWindow);
+    } else {
+        runWindow_ = kMinWindow;
+    }
     return fill(file, pos, size) && windows_[newest_].holds(pos, n);
 }
 
@@ -145,9 +155,9 @@ void ReadAhead::clear()
         w.whole = false;
     }
     newest_ = 0;
-    lastEnd_ = runLow_ = runHigh_ = runBytes_ = 0;
+    lastEnd_ = runLow_ = runHigh_ = runBytes_ = runEnd_ = 0;
     streak_ = 0;
-    nextWindow_ = kMinWindow;
+    nextWindow_ = runWindow_ = kMinWindow;
 }
 
 } // namespace Morvane::Avi

@@ -70,6 +70,8 @@ private:
     std::uint64_t runHigh_ = 0;
     std::uint64_t runBytes_ = 0; // and the bytes they asked for
     std::uint64_t nextWindow_ = kMinWindow;
+    std::uint64_t runEnd_ = 0;               // end of the previous run
+    std::uint64_t runWindow_ = kMinWindow;   // the next run's window, grown like nextWindow_
 };
 
 } // namespace Morvane::Avi
