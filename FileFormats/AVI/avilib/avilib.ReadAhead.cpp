@@ -90,9 +90,13 @@ bool ReadAhead::note(std::uint64_t pos, std::uint64_t n)
 
 bool ReadAhead::read(iFile& file, std::uint64_t pos, std::uint64_t n, unsigned char* out)
 {
-    note(pos, n);
+    // Large frames are read alone (or copied from a group's window) and
+    // take no part in the run: counted in, they would make the audio chunks
+    // between them look like a dense run, worth windows that read the
+    // frames a second time.
     if (n > kSmallRead)
-        return false;
+        return copy(pos, n, out);
+    note(pos, n);
     if (copy(pos, n, out))
         return true;
     if (streak_ < 2 || sparse())
