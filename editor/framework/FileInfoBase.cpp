@@ -14,10 +14,10 @@ namespace Vl {
 namespace {
 
 // Frames the editor may queue ahead of the writer thread: eight, or as many
-// as fit in 16 MiB, so that large frames do not pile up in memory. One
+// as fit in 8 MiB, so that large frames do not pile up in memory. One
 // frame is always taken, however large.
 constexpr std::size_t kQueueDepth = 8;
-constexpr std::uint64_t kQueueBytes = 16u << 20;
+constexpr std::uint64_t kQueueBytes = 8u << 20;
 
 std::uint32_t ringCapacity(const FileWriterParams& params)
 {
