@@ -10,11 +10,11 @@
 #include <deque>
 #include <vector>
 
+#include "FramePool.h"
 #include "PluginLoader.h"
 #include "PluginRead.h"
 #include "Progress.h"
 #include "Synth.h"
-#include "host/ByteBufferImpl.h"
 #include "host/EncoderInfo.h"
 #include "host/FileInfoBase.h"
 #include "host/FrameRates.h"
@@ -127,18 +127,6 @@ public:
         if (writer_.writeAudioSamples(instance_, buffers, count) != 1)
             return fail("the audio was refused", 0, error);
         return true;
-    }
-
-    // A frame of size bytes for the caller to fill, or null without memory.
-    static Vl::Ptr<FrameBuffer> newFrame(std::uint32_t size, unsigned char*& bytes)
-    {
-        Vl::Ptr<ByteBufferImpl> memory(new ByteBufferImpl());
-        // One spare byte: an odd-sized chunk is padded from the byte after it.
-        if (!memory->alloc(std::size_t(size) + 1))
-            return nullptr;
-        memory->setUsed(size);
-        bytes = memory->data();
-        return Vl::Ptr<FrameBuffer>(new FrameBuffer(nullptr, memory, nullptr));
     }
 
     bool frame(Vl::Ptr<FrameBuffer>& buffer, std::string& error)
@@ -333,7 +321,7 @@ bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
     if (!session.open(params, error))
         return false;
     // At most 4096 rows of 11008 bytes: the product fits.
-    const auto pictureBytes = static_cast<std::uint32_t>(std::uint64_t(params.stride_) * o.height);
+    FramePool pool(static_cast<std::uint32_t>(std::uint64_t(params.stride_) * o.height));
     Aud::StreamBufferList tone;
     std::uint64_t fed = 0;
     for (std::uint64_t n = 0; n < frames; ++n) {
@@ -350,7 +338,7 @@ bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
         }
         // Painted where the writer takes it from: no copy on the way.
         unsigned char* bytes = nullptr;
-        Vl::Ptr<FrameBuffer> picture = WriteSession::newFrame(pictureBytes, bytes);
+        Vl::Ptr<FrameBuffer> picture = pool.take(bytes);
         if (!picture) {
             error = "out of memory";
             return false;
