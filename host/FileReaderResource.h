@@ -26,7 +26,9 @@ public:
     virtual void requestHasCompletedCb(Vl::Ptr<iObject>& request, RequestStatus::eFileReqStatus status);
     virtual Vl::Ptr<FileReadInstance> openFile(const VlWString& path, FileReadInstance::OpenType type) = 0;
     // Builds a request for frame (with its group record when wholeGroup is set,
-    // for long-GOP decoders) and queues it.
+    // for long-GOP decoders) and queues it. An asynchronous request gets its
+    // record where it is served, so that the asking thread never waits for
+    // the file while another request reads it.
     virtual Vl::Ptr<VideoReadRequest> readVideoSample(const Vl::Ptr<FileReadInstance>& instance, unsigned frame,
                                                       bool wholeGroup, VideoReadRequest::eResultType type,
                                                       void* image, void* issuer, bool async);
@@ -60,7 +62,7 @@ protected:
 
 private:
     struct Queue;
-    bool enqueue(Vl::Ptr<VideoReadRequest> video, Vl::Ptr<AudioReadRequest> audio);
+    bool enqueue(Vl::Ptr<VideoReadRequest> video, Vl::Ptr<AudioReadRequest> audio, bool wholeGroup = false);
     void serve(Queue& queue);
 
     Vector<VlWString> fileTypes_;

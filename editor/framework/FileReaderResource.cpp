@@ -18,6 +18,7 @@ struct FileReaderResource::Queue
     {
         Vl::Ptr<VideoReadRequest> video;
         Vl::Ptr<AudioReadRequest> audio;
+        bool wholeGroup = false; // the video request's group record is still to be looked up
     };
 
     std::mutex mutex;
@@ -64,6 +65,11 @@ Vl::Ptr<VideoReadRequest> FileReaderResource::readVideoSample(const Vl::Ptr<File
                                                               bool async)
 {
     Vl::Ptr<VideoReadRequest> request(new VideoReadRequest(instance, frame, type));
+    if (wholeGroup && async) {
+        request->setResource(this);
+        if (enqueue(request, nullptr, true))
+            return request;
+    }
     if (wholeGroup) {
         Vl::Ptr<FileReadInstance> file = instance;
         VlFileIxCache_open(file, request->getIndexInfo(), frame);
@@ -84,6 +90,10 @@ void FileReaderResource::serve(Queue& q)
         ++q.inFlight;
         q.peak = std::max(q.peak, q.inFlight);
         lock.unlock();
+        if (job.video && job.wholeGroup) {
+            Vl::Ptr<FileReadInstance> file = job.video->getFileInstance();
+            VlFileIxCache_open(file, job.video->getIndexInfo(), job.video->getFrame());
+        }
         if (job.video)
             readVideo(job.video);
         else
@@ -96,7 +106,7 @@ void FileReaderResource::serve(Queue& q)
     }
 }
 
-bool FileReaderResource::enqueue(Vl::Ptr<VideoReadRequest> video, Vl::Ptr<AudioReadRequest> audio)
+bool FileReaderResource::enqueue(Vl::Ptr<VideoReadRequest> video, Vl::Ptr<AudioReadRequest> audio, bool wholeGroup)
 {
     std::lock_guard lock(queue_->mutex);
     if (queue_->stopping)
@@ -106,7 +116,7 @@ bool FileReaderResource::enqueue(Vl::Ptr<VideoReadRequest> video, Vl::Ptr<AudioR
         for (std::uint32_t i = 0; i < n; ++i)
             queue_->workers.emplace_back([this] { serve(*queue_); });
     }
-    queue_->jobs.push_back({std::move(video), std::move(audio)});
+    queue_->jobs.push_back({std::move(video), std::move(audio), wholeGroup});
     ++queue_->queued;
     queue_->wake.notify_one();
     return true;
