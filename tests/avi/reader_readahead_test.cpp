@@ -172,6 +172,27 @@ TEST(ReadAhead, GroupsKeepReadingAheadBetweenAudioReadsFarBehind)
     EXPECT_LE(f.reads, 10u);
 }
 
+TEST(ReadAhead, GroupsDeliveredOutOfOrderStillComeFromWindows)
+{
+    // Eight groups in flight, taken by the host's threads in any order.
+    MemoryFile f(96 * kMiB);
+    ReadAhead ra;
+    const std::uint64_t gop = 1480 * 1024;
+    std::vector<unsigned> order(48);
+    for (unsigned g = 0; g < order.size(); ++g)
+        order[g] = g;
+    std::mt19937 rng(11);
+    for (unsigned b = 0; b < order.size(); b += 8)
+        std::shuffle(order.begin() + b, order.begin() + b + 8, rng);
+    for (unsigned g : order) {
+        const std::uint64_t at = 4096 + g * gop;
+        ASSERT_TRUE(ra.readRun(f, at, gop)) << g;
+        EXPECT_EQ(walk(ra, f, at, gop / 12, gop / 12, 12), 12u) << g;
+    }
+    // 69 MiB in windows of up to 8 MiB, not a read per group.
+    EXPECT_LE(f.reads, 20u);
+}
+
 TEST(ReadAhead, ShortAndFailedReadsLeaveTheRestToTheCaller)
 {
     MemoryFile f(3 * kMiB + 1000);

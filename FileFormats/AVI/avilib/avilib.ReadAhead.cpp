@@ -38,10 +38,11 @@ bool ReadAhead::copy(std::uint64_t pos, std::uint64_t n, unsigned char* out) con
     return false;
 }
 
-// Reads into the older window, which becomes the newest.
-bool ReadAhead::fill(iFile& file, std::uint64_t pos, std::uint64_t size)
+// Reads into the older window, which becomes the newest; or, for a group
+// delivered late, into the window aside.
+bool ReadAhead::fill(iFile& file, std::uint64_t pos, std::uint64_t size, bool newest)
 {
-    Window& w = windows_[1 - newest_];
+    Window& w = windows_[newest ? 1 - newest_ : kAside];
     w.length = 0;
     // No larger than what is left of the file, in whole 64 KiB (a multiple
     // of every sector size), so that a small file never gets a large window.
@@ -56,7 +57,8 @@ bool ReadAhead::fill(iFile& file, std::uint64_t pos, std::uint64_t size)
     w.start = pos;
     w.length = file.read(w.bytes.getBuffer(0), size);
     w.whole = w.length == size;
-    newest_ = 1 - newest_;
+    if (newest)
+        newest_ = 1 - newest_;
     return w.length != 0;
 }
 
@@ -125,6 +127,23 @@ bool ReadAhead::sparse() const
     return runBytes_ < (runHigh_ - runLow_) / 4;
 }
 
+// Whether [pos, pos + n) is in one window, or runs from the end of one
+// into the next, which begins there (copy serves both).
+bool ReadAhead::spanned(std::uint64_t pos, std::uint64_t n) const
+{
+    for (const Window& w : windows_)
+        if (w.holds(pos, n))
+            return true;
+    for (int k = 0; k < 2; ++k) {
+        const Window& a = windows_[k];
+        const Window& b = windows_[1 - k];
+        if (a.length && a.whole && b.length && b.start == a.end() && pos >= a.start && pos < a.end() &&
+            b.holds(b.start, pos + n - b.start))
+            return true;
+    }
+    return false;
+}
+
 bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
 {
     if (n == 0 || n > kMaxRun)
@@ -132,23 +151,30 @@ bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
     // Groups follow each other even when other reads come between them: a
     // player's audio, asked for at the picture shown, lies well behind the
     // groups its decoder has in flight.
-    const bool followsRun = runEnd_ && pos + kNear >= runEnd_ && pos <= runEnd_ + kNear;
+    const bool followsRun = runEnd_ && pos + kMaxRun >= runEnd_ && pos <= runEnd_ + kMaxRun;
     runEnd_ = pos + n;
-    for (const Window& w : windows_)
-        if (w.holds(pos, n))
-            return true;
-    // A run from the newest window on reads further ahead; one before it
-    // (a request delivered late) reads just itself. Either starts at the
-    // run, which must lie in one window.
+    if (spanned(pos, n))
+        return true;
+    const bool onward = (note(pos, n) && !sparse()) || followsRun;
+    const Window& newest = windows_[newest_];
+    // A group delivered late, before the newest window, is read alone and
+    // aside: the two windows keep the groups still to come.
+    if (onward && newest.length && pos < newest.start)
+        return fill(file, pos, n, false) && spanned(pos, n);
+    // Onward, a window goes on from the end of the newest, so that the
+    // groups between it and this one, which the host's threads have yet to
+    // deliver, are in it too, and grows as the run goes on.
+    std::uint64_t start = pos;
     std::uint64_t size = n;
-    const bool forward = note(pos, n) && !sparse();
-    if ((forward || followsRun) && pos >= windows_[newest_].start) {
-        size = std::max(n, runWindow_);
+    if (onward) {
+        if (newest.whole && newest.length && pos + n > newest.end() && pos + n - newest.end() <= kMaxRun)
+            start = newest.end();
+        size = std::max(pos + n - start, runWindow_);
         runWindow_ = std::min(runWindow_ * 2, kMaxWindow);
     } else {
         runWindow_ = kMinWindow;
     }
-    return fill(file, pos, size) && windows_[newest_].holds(pos, n);
+    return fill(file, start, size) && spanned(pos, n);
 }
 
 void ReadAhead::clear()

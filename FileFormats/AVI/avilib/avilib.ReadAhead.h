@@ -58,11 +58,15 @@ private:
     bool near(std::uint64_t pos) const;
     bool note(std::uint64_t pos, std::uint64_t n);
     bool copy(std::uint64_t pos, std::uint64_t n, unsigned char* out) const;
+    bool spanned(std::uint64_t pos, std::uint64_t n) const;
     bool sparse() const;
-    bool fill(iFile& file, std::uint64_t pos, std::uint64_t size);
+    bool fill(iFile& file, std::uint64_t pos, std::uint64_t size, bool newest = true);
     std::uint64_t grow();
 
-    Window windows_[2];
+    // Two windows that follow each other (the newest and the older), and
+    // one aside for a group delivered late.
+    static constexpr int kAside = 2;
+    Window windows_[3];
     int newest_ = 0;
     std::uint64_t lastEnd_ = 0; // end of the previous read
     unsigned streak_ = 0;       // reads in a row near the previous one
