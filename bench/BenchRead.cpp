@@ -199,14 +199,18 @@ int pluginPass(const char* path, bool playback)
     std::uint64_t frames = 0, videoBytes = 0, audioBytes = 0;
     std::vector<std::uint64_t> audioAt(a.audioStreams(), 0);
     const std::uint64_t audioTotal = a.audioStreams() ? a.lengthInSamples() : 0;
-    // A player's audio runs on its own: its requests stay in flight beside
-    // the frames' and are collected only when a few are outstanding.
+    // A player's audio runs on a thread of its own: in playback order its
+    // requests stay in flight beside the frames' and are counted as they
+    // finish, and the frames never wait for them.
     std::deque<Vl::Ptr<AudioReadRequest>> audioInFlight;
-    const std::size_t audioWindow = playback ? 4 : 1;
     bool audioFailed = false;
-    auto collect = [&](std::size_t keep) {
-        while (audioInFlight.size() > keep) {
+    auto collect = [&](bool wait) {
+        while (!audioInFlight.empty()) {
             Vl::Ptr<AudioReadRequest> request = audioInFlight.front();
+            const RequestStatus::eFileReqStatus status = request->getStatus();
+            if (!wait && (status == RequestStatus::eNone || status == RequestStatus::ePending ||
+                          status == RequestStatus::eInProgress))
+                return;
             audioInFlight.pop_front();
             if (request->wait() != RequestStatus::eCompleted || request->result().samples() == 0) {
                 audioFailed = true;
@@ -226,7 +230,7 @@ int pluginPass(const char* path, bool playback)
                 p.reader->readAudioSample(request, true);
                 audioInFlight.push_back(request);
                 start += n;
-                collect(audioWindow - 1);
+                collect(!playback);
             }
         }
     };
@@ -260,7 +264,7 @@ int pluginPass(const char* path, bool playback)
             audioUpTo(audioTotal * frames / length + 16384);
     }
     audioUpTo(audioTotal);
-    collect(0);
+    collect(true);
     p.reader->waitForIdle();
     printPass(playback ? "playback" : "plugin", path, frames, videoBytes, audioBytes, since(t0));
     return 0;
