@@ -5,8 +5,9 @@
 // GOP read frame by frame), one large sector-aligned read brings the next
 // stretch of the file into a window that the following reads are copied
 // from. Two windows follow each other, so that requests that the host's
-// threads deliver slightly out of order still find their bytes. Random
-// access (scrubbing) keeps one read per frame and no window.
+// threads deliver slightly out of order still find their bytes; a GOP that
+// comes too late for them is read into a third, aside. Random access
+// (scrubbing) keeps one read per frame and no window.
 #include <cstdint>
 
 #include "host/iFile.h"
@@ -33,8 +34,8 @@ public:
     bool read(iFile& file, std::uint64_t pos, std::uint64_t n, unsigned char* out);
 
     // A run of reads about to come, [pos, pos + n) (the frames of a GOP):
-    // brings all of it into a window with one read, more when it follows
-    // the previous read. False when it is too large or the read failed; the
+    // brings all of it into the windows with one read, more when it follows
+    // the previous run. False when it is too large or the read failed; the
     // reads then go to the disk one by one.
     bool readRun(iFile& file, std::uint64_t pos, std::uint64_t n);
 
