@@ -30,6 +30,7 @@ public:
     std::uint64_t read(void* buf, std::uint64_t n) override
     {
         ++reads;
+        bytesRead += n;
         std::uint64_t end = std::min<std::uint64_t>({pos_ + n, bytes_.size(), failFrom});
         if (pos_ >= end)
             return 0;
@@ -49,6 +50,7 @@ public:
     }
 
     unsigned reads = 0;
+    std::uint64_t bytesRead = 0;
     std::uint64_t failFrom = UINT64_MAX;
 
 private:
@@ -191,6 +193,20 @@ TEST(ReadAhead, GroupsDeliveredOutOfOrderStillComeFromWindows)
     }
     // 69 MiB in windows of up to 8 MiB, not a read per group.
     EXPECT_LE(f.reads, 20u);
+}
+
+TEST(ReadAhead, ScrubbedGroupsAreReadAlone)
+{
+    // Random groups, some landing near the one before: each costs about its
+    // own size, never the stretch between them.
+    MemoryFile f(96 * kMiB);
+    ReadAhead ra;
+    const std::uint64_t gop = 1480 * 1024;
+    std::mt19937 rng(5);
+    std::uniform_int_distribution<unsigned> pick(0, 63);
+    for (int k = 0; k < 300; ++k)
+        ra.readRun(f, 4096 + pick(rng) * gop, gop);
+    EXPECT_LE(f.bytesRead, 300 * gop * 5 / 4);
 }
 
 TEST(ReadAhead, ShortAndFailedReadsLeaveTheRestToTheCaller)

@@ -161,13 +161,15 @@ bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
     // aside: the two windows keep the groups still to come.
     if (onward && newest.length && pos < newest.start)
         return fill(file, pos, n, false) && spanned(pos, n);
-    // Onward, a window goes on from the end of the newest, so that the
-    // groups between it and this one, which the host's threads have yet to
-    // deliver, are in it too, and grows as the run goes on.
+    // Onward, a window grows as the run goes on; once the run is under way
+    // (not for a scrub that lands near the last group) it goes on from the
+    // end of the newest, so that the groups between it and this one, which
+    // the host's threads have yet to deliver, are in it too.
     std::uint64_t start = pos;
     std::uint64_t size = n;
     if (onward) {
-        if (newest.whole && newest.length && pos + n > newest.end() && pos + n - newest.end() <= kMaxRun)
+        if (runWindow_ > kMinWindow && newest.whole && newest.length && pos + n > newest.end() &&
+            pos + n - newest.end() <= kMaxRun)
             start = newest.end();
         size = std::max(pos + n - start, runWindow_);
         runWindow_ = std::min(runWindow_ * 2, kMaxWindow);
