@@ -77,6 +77,19 @@ unsigned walk(ReadAhead& ra, MemoryFile& f, std::uint64_t start, std::uint64_t s
     return served;
 }
 
+// 0 to count - 1 as the host's threads deliver them with eight in flight:
+// each eight in any order. count is a multiple of eight.
+std::vector<unsigned> inFlightOrder(unsigned count, unsigned seed)
+{
+    std::vector<unsigned> order(count);
+    for (unsigned k = 0; k < count; ++k)
+        order[k] = k;
+    std::mt19937 rng(seed);
+    for (unsigned b = 0; b + 8 <= count; b += 8)
+        std::shuffle(order.begin() + b, order.begin() + b + 8, rng);
+    return order;
+}
+
 TEST(ReadAhead, ForwardFramesComeFromGrowingWindows)
 {
     MemoryFile f(64 * kMiB);
@@ -89,18 +102,11 @@ TEST(ReadAhead, ForwardFramesComeFromGrowingWindows)
 
 TEST(ReadAhead, FramesDeliveredOutOfOrderStillComeFromWindows)
 {
-    // The host's request threads take the frames in flight (eight here) in any order.
     MemoryFile f(64 * kMiB);
     ReadAhead ra;
-    std::vector<unsigned> order(400);
-    for (unsigned k = 0; k < order.size(); ++k)
-        order[k] = k;
-    std::mt19937 rng(7);
-    for (unsigned b = 0; b < order.size(); b += 8)
-        std::shuffle(order.begin() + b, order.begin() + b + 8, rng);
     unsigned alone = 0;
     std::vector<unsigned char> got(kDvRead);
-    for (unsigned k : order) {
+    for (unsigned k : inFlightOrder(400, 7)) {
         std::uint64_t pos = 4096 + k * kDvStep;
         if (ra.read(f, pos, kDvRead, got.data()))
             EXPECT_TRUE(f.holds(got, pos, kDvRead)) << "frame " << k;
@@ -176,17 +182,10 @@ TEST(ReadAhead, GroupsKeepReadingAheadBetweenAudioReadsFarBehind)
 
 TEST(ReadAhead, GroupsDeliveredOutOfOrderStillComeFromWindows)
 {
-    // Eight groups in flight, taken by the host's threads in any order.
     MemoryFile f(96 * kMiB);
     ReadAhead ra;
     const std::uint64_t gop = 1480 * 1024;
-    std::vector<unsigned> order(48);
-    for (unsigned g = 0; g < order.size(); ++g)
-        order[g] = g;
-    std::mt19937 rng(11);
-    for (unsigned b = 0; b < order.size(); b += 8)
-        std::shuffle(order.begin() + b, order.begin() + b + 8, rng);
-    for (unsigned g : order) {
+    for (unsigned g : inFlightOrder(48, 11)) {
         const std::uint64_t at = 4096 + g * gop;
         ASSERT_TRUE(ra.readRun(f, at, gop)) << g;
         EXPECT_EQ(walk(ra, f, at, gop / 12, gop / 12, 12), 12u) << g;
