@@ -17,25 +17,15 @@ bool ReadAhead::near(std::uint64_t pos) const
 
 bool ReadAhead::copy(std::uint64_t pos, std::uint64_t n, unsigned char* out) const
 {
-    for (const Window& w : windows_) {
-        if (w.holds(pos, n)) {
-            std::memcpy(out, w.bytes.getBuffer(static_cast<unsigned long>(pos - w.start)), n);
-            return true;
-        }
-    }
-    // Across the end of one window into the next, which begins there.
-    for (int k = 0; k < 2; ++k) {
-        const Window& a = windows_[k];
-        const Window& b = windows_[1 - k];
-        if (!a.length || !a.whole || !b.length || b.start != a.end() || pos < a.start || pos >= a.end() ||
-            !b.holds(b.start, pos + n - b.start))
-            continue;
-        std::uint64_t head = a.end() - pos;
-        std::memcpy(out, a.bytes.getBuffer(static_cast<unsigned long>(pos - a.start)), head);
-        std::memcpy(out + head, b.bytes.getBuffer(0), n - head);
-        return true;
-    }
-    return false;
+    const Window* first = nullptr;
+    const Window* second = nullptr;
+    if (!spanned(pos, n, &first, &second))
+        return false;
+    const std::uint64_t head = std::min(n, first->end() - pos);
+    std::memcpy(out, first->bytes.getBuffer(static_cast<unsigned long>(pos - first->start)), head);
+    if (head < n)
+        std::memcpy(out + head, second->bytes.getBuffer(0), n - head);
+    return true;
 }
 
 // Reads into the older window, which becomes the newest; or, for a group
@@ -127,19 +117,28 @@ bool ReadAhead::sparse() const
     return runBytes_ < (runHigh_ - runLow_) / 4;
 }
 
-// Whether [pos, pos + n) is in one window, or runs from the end of one
-// into the next, which begins there (copy serves both).
-bool ReadAhead::spanned(std::uint64_t pos, std::uint64_t n) const
+// Whether [pos, pos + n) is in one window (first), or runs from the end of
+// one (first) into the next, which begins there (second).
+bool ReadAhead::spanned(std::uint64_t pos, std::uint64_t n, const Window** first, const Window** second) const
 {
-    for (const Window& w : windows_)
-        if (w.holds(pos, n))
+    for (const Window& w : windows_) {
+        if (w.holds(pos, n)) {
+            if (first)
+                *first = &w;
             return true;
+        }
+    }
     for (int k = 0; k < 2; ++k) {
         const Window& a = windows_[k];
         const Window& b = windows_[1 - k];
         if (a.length && a.whole && b.length && b.start == a.end() && pos >= a.start && pos < a.end() &&
-            b.holds(b.start, pos + n - b.start))
+            b.holds(b.start, pos + n - b.start)) {
+            if (first && second) {
+                *first = &a;
+                *second = &b;
+            }
             return true;
+        }
     }
     return false;
 }

@@ -59,7 +59,8 @@ private:
     bool near(std::uint64_t pos) const;
     bool note(std::uint64_t pos, std::uint64_t n);
     bool copy(std::uint64_t pos, std::uint64_t n, unsigned char* out) const;
-    bool spanned(std::uint64_t pos, std::uint64_t n) const;
+    bool spanned(std::uint64_t pos, std::uint64_t n, const Window** first = nullptr,
+                 const Window** second = nullptr) const;
     bool sparse() const;
     bool fill(iFile& file, std::uint64_t pos, std::uint64_t size, bool newest = true);
     std::uint64_t grow();
