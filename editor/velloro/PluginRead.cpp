@@ -3,8 +3,10 @@
 #include <cmath>
 #include <cstdio>
 #include <deque>
+#include <memory>
 #include <vector>
 
+#include "AudioDigest.h"
 #include "Md5.h"
 #include "PluginLoader.h"
 #include "host/FrameRates.h"
@@ -18,8 +20,9 @@ namespace {
 
 using Morvane::makeFourCC;
 
-constexpr unsigned kVideoWindow = 64;
-constexpr std::uint32_t kAudioChunk = 16384;
+// Frames asked for ahead of the one being hashed: the reads are serialised
+// per file, so a few keep the disk busy, and each holds a whole frame.
+constexpr unsigned kVideoWindow = 8;
 
 std::string fourccText(std::uint32_t v)
 {
@@ -125,44 +128,6 @@ std::string openFailureReason()
     return reason.empty() ? "the file could not be opened" : reason;
 }
 
-bool readAudioStream(Vl::FileReaderResource& reader, const Vl::Ptr<FileReadInstance>& file, std::uint32_t stream,
-                     std::string& digest)
-{
-    Md5 md5;
-    std::uint32_t start = 0;
-    std::uint32_t n = kAudioChunk;
-    std::vector<unsigned char> interleaved;
-    // The reader answers a request that runs past the end with what it has
-    // (possibly nothing): shrink the request until a single sample is refused.
-    for (;;) {
-        if (start > UINT32_MAX - n)
-            break;
-        Vl::Ptr<AudioReadRequest> request(new AudioReadRequest(file, stream, start, n));
-        reader.readAudioSample(request, true);
-        std::uint32_t got = request->wait() == RequestStatus::eCompleted ? request->result().samples() : 0;
-        if (got > 0) {
-            const Aud::StreamBufferList& buffers = request->result();
-            const std::uint32_t bps = buffers.bytesPerSample();
-            const std::uint32_t channels = buffers.channels();
-            interleaved.resize(std::size_t(got) * bps * channels);
-            unsigned char* to = interleaved.data();
-            for (std::uint32_t s = 0; s < got; ++s)
-                for (std::uint32_t c = 0; c < channels; ++c) {
-                    const unsigned char* from = buffers.channel(c) + std::size_t(s) * bps;
-                    to = std::copy(from, from + bps, to);
-                }
-            md5.update(interleaved.data(), interleaved.size());
-            start += got;
-            continue;
-        }
-        if (n == 1)
-            break;
-        n /= 2;
-    }
-    digest = md5.hexDigest();
-    return true;
-}
-
 } // namespace
 
 Vl::Ptr<FileReadInstance> openThrough(Vl::FileReaderResource& reader, const std::wstring& path, std::string& error)
@@ -243,6 +208,12 @@ bool pluginFrameMd5(Vl::FileReaderResource& reader, const std::wstring& path, st
         return false;
     const PlayFileMetadata& md = *file->metadata();
     const ShotVideoMetadata& v = md.video();
+    const Aud::Metadata& a = md.audio();
+    // The sound is asked for along with the pictures, as a player does, so
+    // that the file is read once.
+    std::vector<std::unique_ptr<AudioDigest>> audio;
+    for (std::uint32_t k = 0; k < a.audioStreams(); ++k)
+        audio.push_back(std::make_unique<AudioDigest>(reader, file, k));
     if (v.videoTrackCount()) {
         out += "#format: frame checksums\n#version: 2\n#hash: MD5\n#software: velloro avilib\n";
         append(out, "#tb 0: %s\n", timeBase(v.frameRate()).c_str());
@@ -279,14 +250,12 @@ bool pluginFrameMd5(Vl::FileReaderResource& reader, const std::wstring& path, st
             }
             append(out, "0, %10u, %10u, %8d, %8u, %s\n", i, i, 1, frame->size(),
                    Md5::of(frame->bytes(), frame->size()).c_str());
+            for (std::unique_ptr<AudioDigest>& stream : audio)
+                stream->askUpTo(a.lengthInSamples() * next / length);
         }
     }
-    const Aud::Metadata& a = md.audio();
-    for (std::uint32_t k = 0; k < a.audioStreams(); ++k) {
-        std::string digest;
-        readAudioStream(reader, file, k, digest);
-        append(out, "audio %u MD5=%s\n", k, digest.c_str());
-    }
+    for (std::uint32_t k = 0; k < audio.size(); ++k)
+        append(out, "audio %u MD5=%s\n", k, audio[k]->finish().c_str());
     reader.waitForIdle();
     return true;
 }
