@@ -113,6 +113,7 @@ HRESULT FileReader::load(const std::wstring& path)
         setLastError(L"Failed to open file.");
         return hr;
     }
+    m_ReadAhead.readNextInBackground(path, iFile::eUnbuffered);
     unsigned long fileSize = getSize();
     if (fileSize == 0) {
         MORVANE_ASSERT(FALSE);

@@ -2,13 +2,22 @@
 
 #include <algorithm>
 #include <cstring>
+#include <system_error>
+
+#include "host/iFileSystem.h"
 
 namespace Morvane::Avi {
 
+ReadAhead::~ReadAhead()
+{
+    if (reader_.joinable())
+        reader_.join();
+}
+
 bool ReadAhead::near(std::uint64_t pos) const
 {
-    for (const Window& w : windows_)
-        if (w.length && pos >= w.start && pos < w.end())
+    for (int k : {newest_, older_, kAside})
+        if (windows_[k].length && pos >= windows_[k].start && pos < windows_[k].end())
             return true;
     // Behind counts too: the audio of a frame is often stored just before
     // it, and the host's threads may deliver requests out of order.
@@ -32,7 +41,7 @@ bool ReadAhead::copy(std::uint64_t pos, std::uint64_t n, unsigned char* out) con
 // delivered late, into the window aside.
 bool ReadAhead::fill(iFile& file, std::uint64_t pos, std::uint64_t size, bool newest)
 {
-    Window& w = windows_[newest ? 1 - newest_ : kAside];
+    Window& w = windows_[newest ? older_ : kAside];
     w.length = 0;
     // No larger than what is left of the file, in whole 64 KiB (a multiple
     // of every sector size), so that a small file never gets a large window.
@@ -48,7 +57,7 @@ bool ReadAhead::fill(iFile& file, std::uint64_t pos, std::uint64_t size, bool ne
     w.length = file.read(w.bytes.getBuffer(0), size);
     w.whole = w.length == size;
     if (newest)
-        newest_ = 1 - newest_;
+        std::swap(newest_, older_);
     return w.length != 0;
 }
 
@@ -86,11 +95,19 @@ bool ReadAhead::read(iFile& file, std::uint64_t pos, std::uint64_t n, unsigned c
     // take no part in the run: counted in, they would make the audio chunks
     // between them look like a dense run, worth windows that read the
     // frames a second time.
-    if (n > kSmallRead)
+    if (n > kSmallRead) {
+        if (pendingHolds(pos, n))
+            settle();
         return copy(pos, n, out);
-    note(pos, n);
-    if (copy(pos, n, out))
+    }
+    const bool forward = note(pos, n) && streak_ >= 2 && !sparse();
+    if (!copy(pos, n, out) && pendingHolds(pos, n))
+        settle();
+    if (copy(pos, n, out)) {
+        if (forward)
+            readNext(file, pos, n);
         return true;
+    }
     if (streak_ < 2 || sparse())
         return false;
     const Window& newest = windows_[newest_];
@@ -121,16 +138,16 @@ bool ReadAhead::sparse() const
 // one (first) into the next, which begins there (second).
 bool ReadAhead::spanned(std::uint64_t pos, std::uint64_t n, const Window** first, const Window** second) const
 {
-    for (const Window& w : windows_) {
-        if (w.holds(pos, n)) {
+    for (int k : {newest_, older_, kAside}) {
+        if (windows_[k].holds(pos, n)) {
             if (first)
-                *first = &w;
+                *first = &windows_[k];
             return true;
         }
     }
     for (int k = 0; k < 2; ++k) {
-        const Window& a = windows_[k];
-        const Window& b = windows_[1 - k];
+        const Window& a = windows_[k == 0 ? newest_ : older_];
+        const Window& b = windows_[k == 0 ? older_ : newest_];
         if (a.length && a.whole && b.length && b.start == a.end() && pos >= a.start && pos < a.end() &&
             b.holds(b.start, pos + n - b.start)) {
             if (first && second) {
@@ -152,8 +169,13 @@ bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
     // groups its decoder has in flight.
     const bool followsRun = runEnd_ && pos + kMaxRun >= runEnd_ && pos <= runEnd_ + kMaxRun;
     runEnd_ = pos + n;
-    if (spanned(pos, n))
+    if (!spanned(pos, n) && pendingHolds(pos, n))
+        settle();
+    if (spanned(pos, n)) {
+        if (followsRun)
+            readNext(file, pos, n);
         return true;
+    }
     const bool onward = (note(pos, n) && !sparse()) || followsRun;
     const Window& newest = windows_[newest_];
     // A group delivered late, before the newest window, is read alone and
@@ -180,15 +202,101 @@ bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
 
 void ReadAhead::clear()
 {
+    if (reader_.joinable())
+        reader_.join();
+    second_ = nullptr;
+    pendingStart_ = pendingSize_ = pendingGot_ = 0;
     for (Window& w : windows_) {
         w.bytes.reset();
         w.start = w.length = 0;
         w.whole = false;
     }
     newest_ = 0;
+    older_ = 1;
+    next_ = 3;
     lastEnd_ = runLow_ = runHigh_ = runBytes_ = runEnd_ = 0;
     streak_ = 0;
     nextWindow_ = runWindow_ = kMinWindow;
+}
+
+void ReadAhead::readNextInBackground(const std::wstring& path, iFile::eFlags flags)
+{
+    clear();
+    path_ = path;
+    flags_ = flags;
+}
+
+// Whether [pos, pos + n) reaches into the window being read in the background.
+bool ReadAhead::pendingHolds(std::uint64_t pos, std::uint64_t n) const
+{
+    return reader_.joinable() && pos + n > pendingStart_ && pos < pendingStart_ + pendingSize_;
+}
+
+// Once the reads have reached a full newest window, reads the window after
+// it in the background, unless one is being read already: the disk is kept
+// one window ahead of the copies.
+void ReadAhead::readNext(iFile& file, std::uint64_t pos, std::uint64_t n)
+{
+    const Window& newest = windows_[newest_];
+    if (path_.empty() || !newest.whole || newest.length < kMaxWindow || !newest.holds(pos, n))
+        return;
+    const std::uint64_t start = newest.end();
+    if (reader_.joinable()) {
+        if (pendingStart_ == start)
+            return;
+        settle(); // left behind by a jump: long done, and dropped
+    }
+    const std::uint64_t left = file.getSize();
+    if (start >= left)
+        return;
+    const std::uint64_t size = std::min(kMaxWindow, ((left - start) + 0xFFFF) & ~std::uint64_t(0xFFFF));
+    Window& w = windows_[next_];
+    w.length = 0;
+    if (w.bytes.getCapacity() < size && !w.bytes.alloc(static_cast<unsigned long>(size)))
+        return;
+    if (!second_) {
+        second_ = OS().fileSystem().open(path_, iFile::eRead, iFile::eOpenExisting, iFile::eShareReadWrite, flags_);
+        if (!second_) {
+            path_.clear(); // no second handle: every window is read in the foreground
+            return;
+        }
+    }
+    pendingStart_ = start;
+    pendingSize_ = size;
+    pendingGot_ = 0;
+    iFile* handle = second_.get();
+    unsigned char* into = w.bytes.getBuffer(0);
+    try {
+        reader_ = std::thread([this, handle, into, start, size] {
+            pendingGot_ = handle->setPosition(start) ? handle->read(into, size) : 0;
+        });
+    } catch (const std::system_error&) {
+        pendingSize_ = 0; // no thread to spare: read in the foreground
+    }
+}
+
+// Waits for the background read and makes its window the newest, when it
+// still goes on from the newest; otherwise its bytes are dropped.
+void ReadAhead::settle()
+{
+    if (!reader_.joinable())
+        return;
+    reader_.join();
+    const Window& newest = windows_[newest_];
+    Window& w = windows_[next_];
+    w.start = pendingStart_;
+    w.length = pendingGot_;
+    w.whole = pendingGot_ == pendingSize_;
+    pendingSize_ = 0;
+    if (!w.length || !newest.whole || newest.end() != w.start) {
+        w.length = 0;
+        return;
+    }
+    const int freed = older_;
+    older_ = newest_;
+    newest_ = next_;
+    next_ = freed;
+    windows_[next_].length = 0;
 }
 
 } // namespace Morvane::Avi

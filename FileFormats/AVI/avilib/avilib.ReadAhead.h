@@ -6,9 +6,13 @@
 // stretch of the file into a window that the following reads are copied
 // from. Two windows follow each other, so that requests that the host's
 // threads deliver slightly out of order still find their bytes; a GOP that
-// comes too late for them is read into a third, aside. Random access
-// (scrubbing) keeps one read per frame and no window.
+// comes too late for them is read into a third, aside. Once a run goes at
+// full speed, the window after the newest is read in the background while
+// the newest is copied out, so that the disk does not wait for the copies.
+// Random access (scrubbing) keeps one read per frame and no window.
 #include <cstdint>
+#include <string>
+#include <thread>
 
 #include "host/iFile.h"
 #include "util/bytebuffer.h"
@@ -18,6 +22,11 @@ namespace Morvane::Avi {
 class ReadAhead
 {
 public:
+    ReadAhead() = default;
+    ~ReadAhead();
+    ReadAhead(const ReadAhead&) = delete;
+    ReadAhead& operator=(const ReadAhead&) = delete;
+
     // Reads at most this long are candidates; larger frames are read alone.
     static constexpr std::uint64_t kSmallRead = 1u << 20;
     // How far from the previous read a read still counts as going forward.
@@ -42,6 +51,10 @@ public:
     // Forgets the windows and the run (another file, or one that may have changed).
     void clear();
 
+    // Lets runs read their next window in the background, through a handle
+    // of their own on path (a file's handle keeps one position).
+    void readNextInBackground(const std::wstring& path, iFile::eFlags flags);
+
 private:
     struct Window
     {
@@ -64,12 +77,18 @@ private:
     bool sparse() const;
     bool fill(iFile& file, std::uint64_t pos, std::uint64_t size, bool newest = true);
     std::uint64_t grow();
+    void readNext(iFile& file, std::uint64_t pos, std::uint64_t n);
+    bool pendingHolds(std::uint64_t pos, std::uint64_t n) const;
+    void settle();
 
-    // Two windows that follow each other (the newest and the older), and
-    // one aside for a group delivered late.
+    // Two windows that follow each other (the newest and the older), one
+    // aside for a group delivered late, and the next one, being read in the
+    // background; the first two and the next trade places as a run goes on.
     static constexpr int kAside = 2;
-    Window windows_[3];
+    Window windows_[4];
     int newest_ = 0;
+    int older_ = 1;
+    int next_ = 3;
     std::uint64_t lastEnd_ = 0; // end of the previous read
     unsigned streak_ = 0;       // reads in a row near the previous one
     std::uint64_t runLow_ = 0;  // the stretch those reads cover
@@ -78,6 +97,16 @@ private:
     std::uint64_t nextWindow_ = kMinWindow;
     std::uint64_t runEnd_ = 0;               // end of the previous run
     std::uint64_t runWindow_ = kMinWindow;   // the next run's window, grown like nextWindow_
+
+    // The background read of the next window: what it asks for, and what
+    // it got (written by its thread, read once it has been joined).
+    std::wstring path_;
+    iFile::eFlags flags_ = iFile::eNone;
+    Vl::Ptr<iFile> second_;
+    std::thread reader_;
+    std::uint64_t pendingStart_ = 0;
+    std::uint64_t pendingSize_ = 0;
+    std::uint64_t pendingGot_ = 0;
 };
 
 } // namespace Morvane::Avi

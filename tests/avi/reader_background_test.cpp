@@ -1,0 +1,132 @@
+// The read-ahead's background window, on a real file through the host's
+// direct I/O: a forward run must keep the disk one window ahead through a
+// handle of its own, and whatever the windows hand out must be the file's
+// bytes, whether the run goes on, jumps away or is dropped mid-read.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "FileFormats/AVI/avilib/avilib.ReadAhead.h"
+#include "common/TempDir.h"
+#include "host/iFileSystem.h"
+
+using Morvane::Avi::ReadAhead;
+
+namespace {
+
+constexpr std::uint64_t kMiB = 1 << 20;
+constexpr std::uint64_t kDvStep = 152576; // a DV frame with its audio, in 512-byte sectors
+constexpr std::uint64_t kDvRead = 144384;
+
+// The host's handle, counting the reads made through it.
+class CountingFile : public iFile
+{
+public:
+    explicit CountingFile(Vl::Ptr<iFile> file) : file_(std::move(file)) {}
+    std::uint64_t read(void* buf, std::uint64_t n) override { return ++reads, file_->read(buf, n); }
+    bool write(const void*, std::uint64_t) override { return false; }
+    bool setPosition(std::uint64_t pos) override { return file_->setPosition(pos); }
+    std::uint64_t getPosition() const override { return file_->getPosition(); }
+    std::uint64_t getSize() const override { return file_->getSize(); }
+    unsigned reads = 0;
+
+private:
+    Vl::Ptr<iFile> file_;
+};
+
+// A file on disk whose every 4-byte word holds its own position.
+std::wstring positionFile(const testutil::TempDir& dir, std::uint64_t size)
+{
+    const std::string path = (dir.path() / "words.bin").string();
+    std::FILE* f = std::fopen(path.c_str(), "wb");
+    std::vector<std::uint32_t> words(kMiB / 4);
+    for (std::uint64_t at = 0; f && at < size; at += kMiB) {
+        for (std::uint64_t k = 0; k < words.size(); ++k)
+            words[k] = static_cast<std::uint32_t>(at + 4 * k);
+        std::fwrite(words.data(), 1, std::min(kMiB, size - at), f);
+    }
+    if (f)
+        std::fclose(f);
+    return dir.file("words.bin");
+}
+
+bool holdsPositions(const std::vector<unsigned char>& got, std::uint64_t pos)
+{
+    for (std::uint64_t k = 0; k + 4 <= got.size(); k += 4) {
+        std::uint32_t v;
+        std::memcpy(&v, &got[k], 4);
+        if (v != static_cast<std::uint32_t>(pos + k))
+            return false;
+    }
+    return true;
+}
+
+struct Fixture
+{
+    testutil::TempDir dir;
+    std::wstring path;
+    Vl::Ptr<CountingFile> file;
+
+    explicit Fixture(std::uint64_t size) : path(positionFile(dir, size))
+    {
+        Vl::Ptr<iFile> opened = OS().fileSystem().open(path, iFile::eRead, iFile::eOpenExisting,
+                                                       iFile::eShareReadWrite, iFile::eUnbuffered);
+        if (opened)
+            file = Vl::Ptr<CountingFile>(new CountingFile(opened));
+    }
+
+    // Frames first to first + count, each checked; how many the windows served.
+    unsigned walk(ReadAhead& ra, unsigned first, unsigned count)
+    {
+        unsigned served = 0;
+        std::vector<unsigned char> got(kDvRead);
+        for (unsigned k = first; k < first + count; ++k) {
+            const std::uint64_t pos = 4096 + k * kDvStep;
+            if (ra.read(*file, pos, kDvRead, got.data())) {
+                EXPECT_TRUE(holdsPositions(got, pos)) << "frame " << k;
+                ++served;
+            }
+        }
+        return served;
+    }
+};
+
+TEST(ReadAheadBackground, AForwardRunIsReadAheadThroughAHandleOfItsOwn)
+{
+    Fixture f(48 * kMiB);
+    ASSERT_TRUE(f.file);
+    ReadAhead ra;
+    ra.readNextInBackground(f.path, iFile::eUnbuffered);
+    // 300 frames, 44 MiB: two alone and windows of 1, 2, 4 and 8 MiB in the
+    // foreground; every later window comes from the background.
+    EXPECT_EQ(f.walk(ra, 0, 300), 298u);
+    EXPECT_LE(f.file->reads, 5u);
+    // The same again after a jump back: the window read for the first run
+    // is dropped, not left in the way of the second's.
+    f.file->reads = 0;
+    EXPECT_GE(f.walk(ra, 0, 290), 280u);
+    EXPECT_LE(f.file->reads, 5u);
+}
+
+TEST(ReadAheadBackground, JumpsClearsAndTheEndOfTheFileKeepTheBytesRight)
+{
+    Fixture f(40 * kMiB + 70000);
+    ASSERT_TRUE(f.file);
+    ReadAhead ra;
+    ra.readNextInBackground(f.path, iFile::eUnbuffered);
+    // A jump back while the next window is being read, a run from there, a
+    // clear mid-run, and a run to the end, whose last frame is not whole.
+    f.walk(ra, 0, 120);
+    f.walk(ra, 10, 100);
+    ra.clear();
+    f.walk(ra, 110, 80);
+    const unsigned last = static_cast<unsigned>((40 * kMiB + 70000 - 4096 - kDvRead) / kDvStep);
+    EXPECT_GE(f.walk(ra, 190, last - 190 + 1), last - 190 - 10);
+    std::vector<unsigned char> got(kDvRead);
+    EXPECT_FALSE(ra.read(*f.file, 4096 + (last + 1) * kDvStep, kDvRead, got.data()));
+}
+
+} // namespace
