@@ -2,8 +2,9 @@
 // printing one JSON object (scripts/bench.sh runs them and builds the table).
 //
 //   velloro_benchread container FILE      every frame and all audio through the container reader
-//   velloro_benchread plugin FILE         the same through the plug-in's reader component (requests)
-//   velloro_benchread playback FILE       the same with the audio asked for along with the frames
+//   velloro_benchread plugin FILE         the same through the plug-in's reader component, in
+//                                         requests as velloro's framemd5 makes them
+//   velloro_benchread playback FILE       the same with the audio asked for where the picture shown is
 //   velloro_benchread scrub FILE N SEED   N random frames (GOPs on long-GOP files) through the
 //                                         plug-in, then pread(O_DIRECT) of the same byte ranges
 //   velloro_benchread open FILE N [drop]  openFile and metadata N times (drop: page cache dropped first)
@@ -39,6 +40,8 @@ constexpr std::size_t kAlign = 4096;
 // reads, so a few keep the disk busy; the caller holds every finished frame
 // of the window, which would otherwise dominate the peak memory.
 constexpr std::size_t kWindow = 8;
+// Audio requests in flight at most, as velloro's framemd5 keeps them.
+constexpr std::size_t kAudioInFlight = 16;
 
 struct FreeBlock
 {
@@ -185,8 +188,9 @@ struct Plugin
 };
 
 // Requests as velloro's framemd5 makes them, without the hashing: kWindow frames
-// (or groups) in flight, then the audio in 16384-sample requests. In playback
-// order the audio is asked for as a player does, a little ahead of the frames.
+// (or groups) in flight, and the audio in 16384-sample requests up to the
+// newest frame asked for. In playback order the audio is asked for as a
+// player does, a little ahead of the frame shown.
 int pluginPass(const char* path, bool playback)
 {
     auto t0 = Clock::now();
@@ -199,9 +203,9 @@ int pluginPass(const char* path, bool playback)
     std::uint64_t frames = 0, videoBytes = 0, audioBytes = 0;
     std::vector<std::uint64_t> audioAt(a.audioStreams(), 0);
     const std::uint64_t audioTotal = a.audioStreams() ? a.lengthInSamples() : 0;
-    // A player's audio runs on a thread of its own: in playback order its
-    // requests stay in flight beside the frames' and are counted as they
-    // finish, and the frames never wait for them.
+    // Audio requests stay in flight beside the frames' and are counted as
+    // they finish (in order, as a digest takes them); the frames never wait
+    // for them.
     std::deque<Vl::Ptr<AudioReadRequest>> audioInFlight;
     bool audioFailed = false;
     auto collect = [&](bool wait) {
@@ -223,14 +227,15 @@ int pluginPass(const char* path, bool playback)
     // Each stream's audio up to sample limit, in 16384-sample requests.
     auto audioUpTo = [&](std::uint64_t limit) {
         for (std::uint32_t k = 0; k < a.audioStreams() && !audioFailed; ++k) {
-            for (std::uint64_t& start = audioAt[k]; start < std::min(limit, audioTotal) && !audioFailed;) {
+            for (std::uint64_t& start = audioAt[k];
+                 start < std::min(limit, audioTotal) && !audioFailed && audioInFlight.size() < kAudioInFlight;) {
                 std::uint32_t n = static_cast<std::uint32_t>(std::min<std::uint64_t>(16384, audioTotal - start));
                 Vl::Ptr<AudioReadRequest> request(
                     new AudioReadRequest(p.file, k, static_cast<std::uint32_t>(start), n));
                 p.reader->readAudioSample(request, true);
                 audioInFlight.push_back(request);
                 start += n;
-                collect(!playback);
+                collect(false);
             }
         }
     };
@@ -260,10 +265,15 @@ int pluginPass(const char* path, bool playback)
             return fail(path, "frame " + std::to_string(r->getFrame()) + " could not be read");
         frames += r->getIndexInfo() ? r->getIndexInfo()->getNumGopFrames() : 1;
         videoBytes += frame->size();
-        if (playback)
-            audioUpTo(audioTotal * frames / length + 16384);
+        audioUpTo(playback ? audioTotal * frames / length + 16384 : audioTotal * std::min(next, length) / length);
     }
-    audioUpTo(audioTotal);
+    auto audioLeft = [&] {
+        return std::any_of(audioAt.begin(), audioAt.end(), [&](std::uint64_t at) { return at < audioTotal; });
+    };
+    while (audioLeft() && !audioFailed) {
+        audioUpTo(audioTotal);
+        collect(true);
+    }
     collect(true);
     p.reader->waitForIdle();
     printPass(playback ? "playback" : "plugin", path, frames, videoBytes, audioBytes, since(t0));

@@ -101,11 +101,11 @@ def sequential(r, path, frames):
     row("ffmpeg -c copy -f null", ["ffmpeg", "-v", "error", "-nostdin", "-i", path, "-map", "0", "-c", "copy",
                                    "-f", "null", "-"])
     row("container reader", [r.tool("velloro_benchread"), "container", path], True)
-    row("plug-in (requests)", [r.tool("velloro_benchread"), "plugin", path], True)
+    row("plug-in (framemd5 order)", [r.tool("velloro_benchread"), "plugin", path], True)
     row("plug-in (playback order)", [r.tool("velloro_benchread"), "playback", path], True)
     direct = rows["dd bs=8M iflag=direct"]["mb_per_s"]
     ffmpeg = rows["ffmpeg -c copy -f null"]["frames_per_s"]
-    for label in ("container reader", "plug-in (requests)", "plug-in (playback order)"):
+    for label in ("container reader", "plug-in (framemd5 order)", "plug-in (playback order)"):
         rows[label]["vs_dd_direct"] = rows[label]["mb_per_s"] / direct
         rows[label]["vs_ffmpeg_fps"] = rows[label]["frames_per_s"] / ffmpeg
     return rows
