@@ -1,9 +1,14 @@
 #pragma once
+#include <condition_variable>
+#include <cstdint>
 #include <mutex>
+#include <thread>
 
 #include "VlExport.h"
 
-// Re-entrant lock of the editor.
+// Re-entrant lock of the editor. Threads get it in the order they asked for
+// it: a thread that has just let it go cannot take it again ahead of those
+// waiting, so that a file's audio requests are not starved by its frames'.
 class VL_HOST_API CriticalSection
 {
 public:
@@ -28,5 +33,10 @@ public:
     };
 
 private:
-    std::recursive_mutex mutex_;
+    std::mutex mutex_;
+    std::condition_variable turn_;
+    std::thread::id owner_;
+    std::uint32_t depth_ = 0;
+    std::uint64_t nextTicket_ = 0; // handed to each thread that waits
+    std::uint64_t serving_ = 0;    // the ticket whose turn it is
 };

@@ -2,15 +2,42 @@
 
 void CriticalSection::enter()
 {
-    mutex_.lock();
+    std::unique_lock lock(mutex_);
+    const std::thread::id me = std::this_thread::get_id();
+    if (depth_ && owner_ == me) {
+        ++depth_;
+        return;
+    }
+    const std::uint64_t ticket = nextTicket_++;
+    turn_.wait(lock, [&] { return depth_ == 0 && serving_ == ticket; });
+    owner_ = me;
+    depth_ = 1;
 }
 
 void CriticalSection::leave()
 {
-    mutex_.unlock();
+    std::lock_guard lock(mutex_);
+    if (depth_ == 0 || owner_ != std::this_thread::get_id())
+        return; // not held by this thread
+    if (--depth_ == 0) {
+        owner_ = std::thread::id();
+        ++serving_;
+        turn_.notify_all();
+    }
 }
 
 bool CriticalSection::tryEnter()
 {
-    return mutex_.try_lock();
+    std::lock_guard lock(mutex_);
+    const std::thread::id me = std::this_thread::get_id();
+    if (depth_ && owner_ == me) {
+        ++depth_;
+        return true;
+    }
+    if (depth_ || serving_ != nextTicket_)
+        return false; // held, or others are waiting their turn
+    ++nextTicket_;
+    owner_ = me;
+    depth_ = 1;
+    return true;
 }
