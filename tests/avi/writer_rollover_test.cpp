@@ -137,7 +137,6 @@ TEST(WriterIbpIndex, GivenRealLocationsWhenTheSearchIsOff)
     ASSERT_EQ(w.create(path, &mpeg2.track, 1), S_OK);
     Written written;
     written.start(w, {mpeg2.track});
-    written.realLocations = {0, 500, 501};
     w.set_FindIBPIndexRealLocation(false);
     ASSERT_EQ(writeFrame(w, {mpeg2.track}, 0, {4, 0}, written), S_OK);
     w.set_NextIndexRealLocation(500);
