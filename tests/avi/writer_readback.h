@@ -105,13 +105,10 @@ inline HRESULT writeFrame(FileWriter& w, const std::vector<TrackStructuralData>&
     return hr;
 }
 
-struct ReadBackOptions
-{
-    std::uint32_t run = 3;        // frames per multi-frame read
-    std::uint32_t audioPiece = 997; // samples per audio read, so that reads cross chunks
-};
-
 namespace readback_detail {
+
+constexpr std::uint32_t kRun = 3;          // frames per multi-frame read
+constexpr std::uint32_t kAudioPiece = 997; // samples per audio read, so that reads cross chunks
 
 inline std::string text(const std::wstring& s)
 {
@@ -123,7 +120,7 @@ inline std::uint16_t readerType(std::uint32_t given)
     return given > 4 ? static_cast<std::uint16_t>(given) : kFrameTypeKey;
 }
 
-inline void checkVideo(FileReader& r, const Written& w, std::uint32_t k, const ReadBackOptions& o)
+inline void checkVideo(FileReader& r, const Written& w, std::uint32_t k)
 {
     const WrittenStream& s = w.streams[k];
     const std::uint32_t n = static_cast<std::uint32_t>(s.sizes.size());
@@ -138,10 +135,10 @@ inline void checkVideo(FileReader& r, const Written& w, std::uint32_t k, const R
     for (const WrittenStream& other : w.streams)
         between += other.maxChunk + 2ull * 4096 + 8;
     const std::uint64_t riffBoundary = w.streams.size() * (65536ull + 16ull * 8192) + 4ull * 4096;
-    std::vector<unsigned char> buf(static_cast<std::size_t>(o.run * between + riffBoundary));
+    std::vector<unsigned char> buf(static_cast<std::size_t>(kRun * between + riffBoundary));
     std::vector<unsigned char> expected;
-    for (std::uint32_t f = 0; f < n; f += o.run) {
-        const std::uint32_t count = std::min(o.run, n - f);
+    for (std::uint32_t f = 0; f < n; f += kRun) {
+        const std::uint32_t count = std::min(kRun, n - f);
         std::vector<unsigned int> offsets, sizes;
         ASSERT_EQ(r.ReadVideo(f, count, buf.data(), static_cast<unsigned int>(buf.size()), offsets, sizes), S_OK)
             << "frame " << f << ": " << text(r.getLastError());
@@ -201,7 +198,7 @@ inline void checkVideo(FileReader& r, const Written& w, std::uint32_t k, const R
     }
 }
 
-inline void checkAudio(FileReader& r, const Written& w, std::uint32_t k, const ReadBackOptions& o)
+inline void checkAudio(FileReader& r, const Written& w, std::uint32_t k)
 {
     const WrittenStream& s = w.streams[k];
     ASSERT_TRUE(r.get_IsAudio(static_cast<int>(k)));
@@ -218,8 +215,8 @@ inline void checkAudio(FileReader& r, const Written& w, std::uint32_t k, const R
     ASSERT_EQ(r.get_Length(static_cast<int>(k)), samples);
     ASSERT_EQ(r.essenceOpen(k), S_OK) << text(r.getLastError());
     std::vector<unsigned char> got(audio.size());
-    for (std::uint32_t first = 0; first < samples; first += o.audioPiece) {
-        const std::uint32_t count = std::min(o.audioPiece, samples - first);
+    for (std::uint32_t first = 0; first < samples; first += kAudioPiece) {
+        const std::uint32_t count = std::min(kAudioPiece, samples - first);
         unsigned int offset = 1, bytes = 0;
         ASSERT_EQ(r.ReadAudio(first, count, got.data() + std::size_t(first) * s.blockAlign,
                               count * s.blockAlign, &offset, &bytes),
@@ -236,7 +233,7 @@ inline void checkAudio(FileReader& r, const Written& w, std::uint32_t k, const R
 } // namespace readback_detail
 
 // Opens the file with our reader and compares every stream with what was written.
-inline void expectReadsBack(const std::wstring& path, const Written& w, const ReadBackOptions& o = {})
+inline void expectReadsBack(const std::wstring& path, const Written& w)
 {
     SCOPED_TRACE("read back through the reader");
     FileReader r;
@@ -245,9 +242,9 @@ inline void expectReadsBack(const std::wstring& path, const Written& w, const Re
     for (std::uint32_t k = 0; k < w.streams.size(); ++k) {
         SCOPED_TRACE("stream " + std::to_string(k));
         if (w.streams[k].video)
-            readback_detail::checkVideo(r, w, k, o);
+            readback_detail::checkVideo(r, w, k);
         else
-            readback_detail::checkAudio(r, w, k, o);
+            readback_detail::checkAudio(r, w, k);
     }
 }
 
