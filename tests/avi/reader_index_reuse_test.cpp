@@ -163,26 +163,3 @@ TEST(ReaderIndexReuse, ANewFileNeverSeesTheRecordsOfTheLastOne)
     EXPECT_EQ(resident(r, 0), fresh(b, 0, 0));
     EXPECT_EQ(r.get_Length(0), 200u);
 }
-
-TEST(ReaderIndexReuse, AudioReadsAcrossReopensReturnTheSameBytes)
-{
-    testutil::TempDir dir;
-    const std::wstring path = dir.file("audio.avi");
-    writeFile(path, false, 400);
-    FileReader r;
-    ASSERT_EQ(r.load(path), S_OK);
-    std::vector<unsigned char> buf(64);
-    // Three samples at a time against one-sample chunks: each read spans chunks.
-    for (unsigned first = 0; first < 400; first += 3) {
-        ASSERT_EQ(r.essenceOpen(0), S_OK);
-        ASSERT_EQ(r.essenceOpen(1), S_OK);
-        ASSERT_EQ(r.essenceOpen(1), S_OK);
-        unsigned offset = 0, bytes = 0;
-        ASSERT_EQ(r.ReadAudio(first, std::min(3u, 400 - first), buf.data(), 64, &offset, &bytes), S_OK) << first;
-        ASSERT_EQ(bytes, std::min(3u, 400 - first) * 4);
-        for (unsigned i = 0; i < bytes / 4; ++i)
-            EXPECT_TRUE(std::equal(buf.begin() + offset + 4 * i, buf.begin() + offset + 4 * i + 4,
-                                   payload(1, first + i, 4).begin()))
-                << "sample " << first + i;
-    }
-}

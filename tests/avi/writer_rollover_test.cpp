@@ -85,7 +85,7 @@ TEST(WriterRollover, IndexLimitOpensAnAvixOnIntraFramesOnly)
     }
 }
 
-TEST(WriterIbpIndex, RealLocationsFollowPresentationOrder)
+TEST(WriterIbpIndex, RealLocationsFollowPresentationOrderOrAreGiven)
 {
     testutil::TempDir dir;
     Mpeg2Track mpeg2;
@@ -122,36 +122,24 @@ TEST(WriterIbpIndex, RealLocationsFollowPresentationOrder)
         EXPECT_EQ(rd32(walk.data, entry + 16), realLocations[i]) << i;
         EXPECT_EQ(rd32(walk.data, entry + 20), 0u);
     }
+    // With the search off, the real locations are the ones given.
+    const std::wstring given = dir.file("given.avi");
+    ASSERT_EQ(w.create(given, &mpeg2.track, 1), S_OK);
+    w.set_FindIBPIndexRealLocation(false);
+    for (std::uint32_t i = 0; i < 3; ++i) {
+        if (i == 1)
+            w.set_NextIndexRealLocation(500);
+        ASSERT_EQ(writeFrame(w, {mpeg2.track}, i, {4, i}, written), S_OK);
+    }
+    w.close();
+    Walk g(given);
+    ASSERT_EQ(g.find("ix00").size(), 1u);
+    for (std::uint32_t i = 0, want[] = {0, 500, 501}; i < 3; ++i)
+        EXPECT_EQ(rd32(g.data, g.find("ix00")[0]->offset + 32 + 24ull * i + 16), want[i]) << i;
     // The writer keeps the IBP entry limit for its next file.
     TrackStructuralData plain = videoTrack("M101", 720, 576, 25, 1);
     ASSERT_EQ(w.create(dir.file("next.avi"), &plain, 1), S_OK);
     EXPECT_EQ(w.get_MaxIndexEntries(), 2729u);
-}
-
-TEST(WriterIbpIndex, GivenRealLocationsWhenTheSearchIsOff)
-{
-    testutil::TempDir dir;
-    Mpeg2Track mpeg2;
-    const std::wstring path = dir.file("given.avi");
-    FileWriter w;
-    ASSERT_EQ(w.create(path, &mpeg2.track, 1), S_OK);
-    Written written;
-    written.start(w, {mpeg2.track});
-    written.realLocations = {0, 500, 501};
-    w.set_FindIBPIndexRealLocation(false);
-    ASSERT_EQ(writeFrame(w, {mpeg2.track}, 0, {4, 0}, written), S_OK);
-    w.set_NextIndexRealLocation(500);
-    ASSERT_EQ(writeFrame(w, {mpeg2.track}, 1, {4, 1}, written), S_OK);
-    ASSERT_EQ(writeFrame(w, {mpeg2.track}, 2, {4, 2}, written), S_OK);
-    w.close();
-    expectReadsBack(path, written);
-    Walk walk(path);
-    auto ix = walk.find("ix00");
-    ASSERT_EQ(ix.size(), 1u);
-    const std::uint64_t at = ix[0]->offset + 32;
-    EXPECT_EQ(rd32(walk.data, at + 16), 0u);
-    EXPECT_EQ(rd32(walk.data, at + 24 + 16), 500u);
-    EXPECT_EQ(rd32(walk.data, at + 48 + 16), 501u);
 }
 
 TEST(WriterFlush, PeriodicFlushWaitsForCompletePresentationOrder)

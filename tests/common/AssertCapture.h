@@ -15,10 +15,6 @@ std::string captureStdout(F&& f)
     return testing::internal::GetCapturedStdout();
 }
 
-} // namespace testutil
-
-namespace testutil {
-
 // Whether out is exactly one assertion line for expression in the source
 // file (path from the repository root, without extension), at any line.
 inline bool isAssertion(const std::string& out, const std::string& expression, const std::string& file)

@@ -156,7 +156,7 @@ TEST(DiskFile, OpenFailures)
     EXPECT_EQ(writer.create(dir.file("no/dir/x.avi"), iFile::eUnbuffered), static_cast<HRESULT>(0x80070002));
 }
 
-TEST(DiskFile, SeekOrigins)
+TEST(DiskFile, SeekOriginsAndAHeldFile)
 {
     testutil::TempDir dir;
     std::wstring path = makePatternFile(dir, "data.bin", 4096);
@@ -174,6 +174,10 @@ TEST(DiskFile, SeekOrigins)
     ASSERT_EQ(reader.read(buf, 200, actual), S_OK);
     EXPECT_EQ(actual, 96u);
     EXPECT_EQ(buf[0], patternByte(4000));
+    // A held file is not replaced.
+    out = captureStdout([&] { reader.setFilePtr(reader.getFilePtr()); });
+    EXPECT_TRUE(testutil::isAssertion(out, "! file_", "FileFormats/common/diskfile")) << out;
+    EXPECT_TRUE(reader.isOpen());
 }
 
 TEST(DiskFile, UnbufferedWriterTakesWholeSectorsOnly)
@@ -226,17 +230,6 @@ TEST(DiskFile, LastErrorText)
     EXPECT_EQ(file.getLastError(), L"write failed No space left on device");
     file.setLastError(L"odd", 4242);
     EXPECT_EQ(file.getLastError(), L"odd Error Code 0x1092");
-}
-
-TEST(DiskFile, SetFilePtrReportsAHeldFile)
-{
-    testutil::TempDir dir;
-    std::wstring path = makePatternFile(dir, "data.bin", 10);
-    Pell::CFileReader reader;
-    ASSERT_EQ(reader.load(path), S_OK);
-    std::string out = captureStdout([&] { reader.setFilePtr(reader.getFilePtr()); });
-    EXPECT_TRUE(testutil::isAssertion(out, "! file_", "FileFormats/common/diskfile")) << out;
-    EXPECT_TRUE(reader.isOpen());
 }
 
 } // namespace

@@ -1,7 +1,5 @@
 // The editor stand-in's file services, as the disk files meet them.
 #include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/sysmacros.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -21,14 +19,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-
-constexpr long kTmpfsMagic = 0x01021994;
-
-bool isTmpfs(const fs::path& p)
-{
-    struct statfs s;
-    return ::statfs(p.c_str(), &s) == 0 && s.f_type == kTmpfsMagic;
-}
 
 // The open flags of every descriptor this process holds on path.
 std::vector<long> openFlagsOf(const fs::path& path)
@@ -58,12 +48,33 @@ void writePattern(const fs::path& path, unsigned long n)
         f.put(static_cast<char>(i % 251));
 }
 
-// Reads the same unaligned ranges through the unbuffered reader and checks
-// every byte; the reads must work whether or not direct I/O is in use.
-void readBackUnaligned(const std::wstring& path)
+TEST(HostFile, UnbufferedOpenUsesDirectIoOnARealDisk)
 {
+    testutil::TempDir dir; // in the build tree, on the machine's disk
+    ASSERT_TRUE(dir.ok());
+    struct statfs where;
+    if (::statfs(dir.path().c_str(), &where) == 0 && where.f_type == 0x01021994) // tmpfs has no O_DIRECT
+        GTEST_SKIP() << "the build tree is on tmpfs";
+    fs::path file = dir.path() / "direct.bin";
+    writePattern(file, 200000);
+
+    // Whether the one descriptor open on the file is O_DIRECT.
+    auto direct = [&] {
+        auto flags = openFlagsOf(file);
+        EXPECT_EQ(flags.size(), 1u);
+        return !flags.empty() && (flags[0] & O_DIRECT) != 0;
+    };
     Pell::CFileReaderUnbuffered reader;
-    ASSERT_EQ(reader.load(path, iFile::eUnbuffered), S_OK);
+    ASSERT_EQ(reader.load(file.wstring(), iFile::eUnbuffered), S_OK);
+    EXPECT_TRUE(direct()) << "unbuffered means O_DIRECT";
+    reader.close();
+    Pell::CFileReader buffered;
+    ASSERT_EQ(buffered.load(file.wstring()), S_OK);
+    EXPECT_FALSE(direct());
+    buffered.close();
+
+    // Unaligned ranges through the unbuffered reader, every byte checked.
+    ASSERT_EQ(reader.load(file.wstring(), iFile::eUnbuffered), S_OK);
     const unsigned sector = reader.getSectorSize();
     // Direct reads need the memory service's blocks sector-aligned.
     auto* buf = static_cast<unsigned char*>(OS().memory().allocate(65536));
@@ -84,66 +95,9 @@ void readBackUnaligned(const std::wstring& path)
     OS().memory().free(buf);
 }
 
-TEST(HostFile, UnbufferedOpenUsesDirectIoOnARealDisk)
-{
-    testutil::TempDir dir; // in the build tree, on the machine's disk
-    ASSERT_TRUE(dir.ok());
-    if (isTmpfs(dir.path()))
-        GTEST_SKIP() << "the build tree is on tmpfs";
-    fs::path file = dir.path() / "direct.bin";
-    writePattern(file, 200000);
-
-    // Whether the one descriptor open on the file is O_DIRECT.
-    auto direct = [&] {
-        auto flags = openFlagsOf(file);
-        EXPECT_EQ(flags.size(), 1u);
-        return !flags.empty() && (flags[0] & O_DIRECT) != 0;
-    };
-    Pell::CFileReaderUnbuffered reader;
-    ASSERT_EQ(reader.load(file.wstring(), iFile::eUnbuffered), S_OK);
-    EXPECT_TRUE(direct()) << "unbuffered means O_DIRECT";
-    reader.close();
-    Pell::CFileReader buffered;
-    ASSERT_EQ(buffered.load(file.wstring()), S_OK);
-    EXPECT_FALSE(direct());
-    buffered.close();
-
-    readBackUnaligned(file.wstring());
-}
-
-TEST(HostFile, SameReadsWorkOnTmpfs)
-{
-    if (!isTmpfs("/dev/shm"))
-        GTEST_SKIP() << "no tmpfs at /dev/shm";
-    testutil::TempDir dir("/dev/shm");
-    ASSERT_TRUE(dir.ok());
-    writePattern(dir.path() / "tmpfs.bin", 200000);
-    readBackUnaligned(dir.file("tmpfs.bin"));
-    EXPECT_EQ(Pell::CDiskFile::sectorSizeFromPath(dir.file("tmpfs.bin")), 512u)
-        << "no block device: the default sector size";
-}
-
-TEST(HostFile, DriveSectorSizeIsTheDevicesLogicalBlockSize)
-{
-    testutil::TempDir dir;
-    ASSERT_TRUE(dir.ok());
-    if (isTmpfs(dir.path()))
-        GTEST_SKIP();
-    // Read the device's own figure independently through sysfs.
-    struct stat st;
-    ASSERT_EQ(::stat(dir.path().c_str(), &st), 0);
-    std::ifstream q("/sys/dev/block/" + std::to_string(major(st.st_dev)) + ":" + std::to_string(minor(st.st_dev)) +
-                    "/queue/logical_block_size");
-    unsigned expected = 0;
-    if (!(q >> expected))
-        GTEST_SKIP() << "no queue for this device";
-    // A path that does not exist yet is answered for its folder.
-    EXPECT_EQ(Pell::CDiskFile::sectorSizeFromPath(dir.file("not-yet.avi")), expected);
-}
-
 // A full disk is the writer fault tests' own check (its code and what was
-// kept); here short writes, a failing drive and a drive's sector size.
-TEST(HostFile, ShortWritesReadErrorsAndSectorSize)
+// kept); here the short system writes and the sector size they lean on.
+TEST(HostFile, ShortWritesAndSectorSizeOverride)
 {
     testutil::TempDir dir;
     ASSERT_TRUE(dir.ok());
@@ -153,7 +107,6 @@ TEST(HostFile, ShortWritesReadErrorsAndSectorSize)
 
     vlhost::FileFaults faults;
     faults.maxBytesPerWriteCall = 100;
-    faults.readFailFromOffset = 4096;
     faults.sectorSize = 4096;
     vlhost::setFileFaults(path, faults);
     EXPECT_EQ(Pell::CDiskFile::sectorSizeFromPath(path), 4096u);
@@ -165,16 +118,6 @@ TEST(HostFile, ShortWritesReadErrorsAndSectorSize)
         ASSERT_EQ(writer.write(block, 8192, written), S_OK) << "short system writes are carried on";
     }
     EXPECT_EQ(fs::file_size(dir.path() / "faulty.bin"), 8192u);
-    {
-        Pell::CFileReaderUnbuffered reader;
-        ASSERT_EQ(reader.load(path, iFile::eUnbuffered), S_OK);
-        unsigned actual = 0, offset = 0;
-        ASSERT_EQ(reader.seek(0, 0), S_OK);
-        EXPECT_EQ(reader.read(block, 8192, 4096, actual, offset), S_OK);
-        ASSERT_EQ(reader.seek(4096, 0), S_OK);
-        EXPECT_EQ(reader.read(block, 8192, 512, actual, offset), static_cast<HRESULT>(0x80070005))
-            << "EIO";
-    }
     vlhost::clearFileFaults();
     OS().memory().free(block);
 }

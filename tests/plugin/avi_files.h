@@ -116,14 +116,4 @@ inline Bytes buildFile(const std::optional<VideoSpec>& video, const std::optiona
     return b.bytes();
 }
 
-// A long-GOP MPEG-2 stream with a frame-type (IBP) index, stored
-// I0 P3 B1 B2 P5 B4 | I6 P9 B7 B8 P11 B10 | I12; frame k of frameSize(k).
-inline Bytes buildLongGopFile()
-{
-    std::vector<Entry> entries = longGopEntries();
-    for (unsigned k = 0; k < entries.size(); ++k)
-        entries[k].size = static_cast<std::uint32_t>(frameSize(k));
-    return buildOdml(AVI_INDEX_IBP, {entries}, true);
-}
-
 } // namespace plugintest

@@ -38,9 +38,14 @@ protected:
     testutil::TempDir dir_;
 };
 
+// A frame-type (IBP) index, stored I0 P3 B1 B2 P5 B4 | I6 P9 B7 B8 P11 B10 | I12;
+// frame k of frameSize(k).
 TEST_F(Reads, LongGopGroupIsOneRecordAndOneBlockInDecodeOrder)
 {
-    Vl::Ptr<FileReadInstance> f = open(buildLongGopFile());
+    std::vector<Entry> entries = longGopEntries();
+    for (unsigned k = 0; k < entries.size(); ++k)
+        entries[k].size = static_cast<std::uint32_t>(frameSize(k));
+    Vl::Ptr<FileReadInstance> f = open(buildOdml(AVI_INDEX_IBP, {entries}, true));
     ASSERT_TRUE(f);
     EXPECT_EQ(f->metadata()->video().gopSize(), 6u);
 

@@ -42,14 +42,6 @@ TEST(Platform, HRFromLastError)
     }
 }
 
-TEST(Platform, AssertionLineNamesSourceWithoutExtension)
-{
-    std::string out = captureStdout([] { MORVANE_ASSERT(1 == 2); });
-    EXPECT_EQ(out, "assertion failed 1 == 2 at tests/util/platform_test line " + std::to_string(__LINE__ - 1) + "\n");
-    out = captureStdout([] { assertAt("x", "FileFormats/AVI/avilib/avilib.FileReader.cpp", 764); });
-    EXPECT_EQ(out, "assertion failed x at FileFormats/AVI/avilib/avilib.FileReader line 764\n");
-}
-
 TEST(Platform, LtowParsesInsteadOfWriting)
 {
     wchar_t buf[32] = {};
