@@ -4,7 +4,7 @@
 //   velloro_benchread container FILE      every frame and all audio through the container reader
 //   velloro_benchread plugin FILE         the same through the plug-in's reader component, in
 //                                         requests as velloro's framemd5 makes them
-//   velloro_benchread playback FILE       the same with the audio asked for where the picture shown is
+//   velloro_benchread playback FILE       the same with the audio asked for a little ahead
 //   velloro_benchread scrub FILE N SEED   N random frames (GOPs on long-GOP files) through the
 //                                         plug-in, then pread(O_DIRECT) of the same byte ranges
 //   velloro_benchread open FILE N [drop]  openFile and metadata N times (drop: page cache dropped first)
@@ -189,8 +189,8 @@ struct Plugin
 
 // Requests as velloro's framemd5 makes them, without the hashing: kWindow frames
 // (or groups) in flight, and the audio in 16384-sample requests up to the
-// newest frame asked for. In playback order the audio is asked for as a
-// player does, a little ahead of the frame shown.
+// frame taken. In playback order the audio is asked for as a player does, a
+// little ahead of the frame shown.
 int pluginPass(const char* path, bool playback)
 {
     auto t0 = Clock::now();
@@ -265,7 +265,7 @@ int pluginPass(const char* path, bool playback)
             return fail(path, "frame " + std::to_string(r->getFrame()) + " could not be read");
         frames += r->getIndexInfo() ? r->getIndexInfo()->getNumGopFrames() : 1;
         videoBytes += frame->size();
-        audioUpTo(playback ? audioTotal * frames / length + 16384 : audioTotal * std::min(next, length) / length);
+        audioUpTo(audioTotal * frames / length + (playback ? 16384 : 0));
     }
     auto audioLeft = [&] {
         return std::any_of(audioAt.begin(), audioAt.end(), [&](std::uint64_t at) { return at < audioTotal; });

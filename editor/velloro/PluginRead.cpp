@@ -251,7 +251,7 @@ bool pluginFrameMd5(Vl::FileReaderResource& reader, const std::wstring& path, st
             append(out, "0, %10u, %10u, %8d, %8u, %s\n", i, i, 1, frame->size(),
                    Md5::of(frame->bytes(), frame->size()).c_str());
             for (std::unique_ptr<AudioDigest>& stream : audio)
-                stream->askUpTo(a.lengthInSamples() * next / length);
+                stream->askUpTo(a.lengthInSamples() * (i + 1) / length);
         }
     }
     for (std::uint32_t k = 0; k < audio.size(); ++k)

@@ -4,9 +4,11 @@
 // bytes, whether the run goes on, jumps away or is dropped mid-read.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <random>
 #include <vector>
 
 #include "FileFormats/AVI/avilib/avilib.ReadAhead.h"
@@ -109,6 +111,34 @@ TEST(ReadAheadBackground, AForwardRunIsReadAheadThroughAHandleOfItsOwn)
     f.file->reads = 0;
     EXPECT_GE(f.walk(ra, 0, 290), 280u);
     EXPECT_LE(f.file->reads, 5u);
+}
+
+TEST(ReadAheadBackground, GroupsInFlightComeFromTheBackgroundWindows)
+{
+    // Eight groups in flight, delivered in any order within each eight: the
+    // newest window moves on as soon as the first of them reaches the one
+    // being read; the others still find their bytes.
+    Fixture f(64 * kMiB);
+    ASSERT_TRUE(f.file);
+    ReadAhead ra;
+    ra.readNextInBackground(f.path, iFile::eUnbuffered);
+    const std::uint64_t gop = 1480 * 1024;
+    std::vector<unsigned> order(40);
+    for (unsigned g = 0; g < order.size(); ++g)
+        order[g] = g;
+    std::mt19937 rng(3);
+    for (unsigned b = 0; b + 8 <= order.size(); b += 8)
+        std::shuffle(order.begin() + b, order.begin() + b + 8, rng);
+    std::vector<unsigned char> got(gop);
+    for (unsigned g : order) {
+        const std::uint64_t at = 4096 + g * gop;
+        ASSERT_TRUE(ra.readRun(*f.file, at, gop)) << g;
+        ASSERT_TRUE(ra.read(*f.file, at, gop, got.data())) << g;
+        EXPECT_TRUE(holdsPositions(got, at)) << "group " << g;
+    }
+    // 58 MiB: the first groups alone and windows of 2, 4 and 8 MiB in the
+    // foreground, then the background's (15 reads without it).
+    EXPECT_LE(f.file->reads, 11u);
 }
 
 TEST(ReadAheadBackground, JumpsClearsAndTheEndOfTheFileKeepTheBytesRight)

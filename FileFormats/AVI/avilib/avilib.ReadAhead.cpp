@@ -16,7 +16,7 @@ ReadAhead::~ReadAhead()
 
 bool ReadAhead::near(std::uint64_t pos) const
 {
-    for (int k : {newest_, older_, kAside})
+    for (int k : {newest_, older_, oldest_, kAside})
         if (windows_[k].length && pos >= windows_[k].start && pos < windows_[k].end())
             return true;
     // Behind counts too: the audio of a frame is often stored just before
@@ -138,16 +138,17 @@ bool ReadAhead::sparse() const
 // one (first) into the next, which begins there (second).
 bool ReadAhead::spanned(std::uint64_t pos, std::uint64_t n, const Window** first, const Window** second) const
 {
-    for (int k : {newest_, older_, kAside}) {
+    for (int k : {newest_, older_, oldest_, kAside}) {
         if (windows_[k].holds(pos, n)) {
             if (first)
                 *first = &windows_[k];
             return true;
         }
     }
-    for (int k = 0; k < 2; ++k) {
-        const Window& a = windows_[k == 0 ? newest_ : older_];
-        const Window& b = windows_[k == 0 ? older_ : newest_];
+    const int ring[] = {oldest_, older_, newest_};
+    for (int k = 0; k < 6; ++k) {
+        const Window& a = windows_[ring[k / 2]];
+        const Window& b = windows_[ring[(k / 2 + 1 + k % 2) % 3]];
         if (a.length && a.whole && b.length && b.start == a.end() && pos >= a.start && pos < a.end() &&
             b.holds(b.start, pos + n - b.start)) {
             if (first && second) {
@@ -213,6 +214,7 @@ void ReadAhead::clear()
     }
     newest_ = 0;
     older_ = 1;
+    oldest_ = 4;
     next_ = 3;
     lastEnd_ = runLow_ = runHigh_ = runBytes_ = runEnd_ = 0;
     streak_ = 0;
@@ -292,7 +294,8 @@ void ReadAhead::settle()
         w.length = 0;
         return;
     }
-    const int freed = older_;
+    const int freed = oldest_;
+    oldest_ = older_;
     older_ = newest_;
     newest_ = next_;
     next_ = freed;

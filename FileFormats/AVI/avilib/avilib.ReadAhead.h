@@ -83,11 +83,14 @@ private:
 
     // Two windows that follow each other (the newest and the older), one
     // aside for a group delivered late, and the next one, being read in the
-    // background; the first two and the next trade places as a run goes on.
+    // background. When the next becomes the newest, the older is kept as
+    // the oldest: the newest then runs a whole window ahead of the groups
+    // still in flight behind it.
     static constexpr int kAside = 2;
-    Window windows_[4];
+    Window windows_[5];
     int newest_ = 0;
     int older_ = 1;
+    int oldest_ = 4;
     int next_ = 3;
     std::uint64_t lastEnd_ = 0; // end of the previous read
     unsigned streak_ = 0;       // reads in a row near the previous one
