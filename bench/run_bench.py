@@ -85,24 +85,34 @@ def make_file(r, kind, name, frames):
 
 def sequential(r, path, frames):
     size = os.path.getsize(path)
+    # Label, command, and whether the command reports the frames it read.
+    commands = [
+        ("dd bs=8M", ["dd", "if=" + path, "of=/dev/null", "bs=8M", "status=none"], False),
+        ("dd bs=8M iflag=direct", ["dd", "if=" + path, "of=/dev/null", "bs=8M", "iflag=direct", "status=none"],
+         False),
+        ("ffmpeg -c copy -f null", ["ffmpeg", "-v", "error", "-nostdin", "-i", path, "-map", "0", "-c", "copy",
+                                    "-f", "null", "-"], False),
+        ("container reader", [r.tool("velloro_benchread"), "container", path], True),
+        ("plug-in (framemd5 order)", [r.tool("velloro_benchread"), "plugin", path], True),
+        ("plug-in (playback order)", [r.tool("velloro_benchread"), "playback", path], True),
+    ]
+    # Round by round, as the writes: this disk's speed drifts over minutes,
+    # and a row measured alone would carry the drift into its ratio.
+    secs = {label: [] for label, _, _ in commands}
+    peaks = {label: [] for label, _, _ in commands}
+    outs = {}
+    for _ in range(r.runs):
+        for label, argv, _ in commands:
+            s, peak, out = r.timed(argv)
+            secs[label].append(s)
+            peaks[label].append(peak)
+            outs.setdefault(label, out)
     rows = {}
-
-    def row(label, argv, frames_of=None):
-        s, peak, outs = r.median_of(argv)
-        if frames_of:
-            frames_seen = json_lines(outs)[0]["frames"]
-        else:
-            frames_seen = frames
+    for label, _, reports in commands:
+        s = statistics.median(secs[label])
+        frames_seen = json_lines([outs[label]])[0]["frames"] if reports else frames
         rows[label] = {"seconds": s, "mb_per_s": size / s / 1e6, "frames_per_s": frames_seen / s,
-                       "peak_rss_kib": peak}
-
-    row("dd bs=8M", ["dd", "if=" + path, "of=/dev/null", "bs=8M", "status=none"])
-    row("dd bs=8M iflag=direct", ["dd", "if=" + path, "of=/dev/null", "bs=8M", "iflag=direct", "status=none"])
-    row("ffmpeg -c copy -f null", ["ffmpeg", "-v", "error", "-nostdin", "-i", path, "-map", "0", "-c", "copy",
-                                   "-f", "null", "-"])
-    row("container reader", [r.tool("velloro_benchread"), "container", path], True)
-    row("plug-in (framemd5 order)", [r.tool("velloro_benchread"), "plugin", path], True)
-    row("plug-in (playback order)", [r.tool("velloro_benchread"), "playback", path], True)
+                       "peak_rss_kib": max(peaks[label])}
     direct = rows["dd bs=8M iflag=direct"]["mb_per_s"]
     ffmpeg = rows["ffmpeg -c copy -f null"]["frames_per_s"]
     for label in ("container reader", "plug-in (framemd5 order)", "plug-in (playback order)"):
