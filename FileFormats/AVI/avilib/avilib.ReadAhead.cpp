@@ -234,13 +234,14 @@ bool ReadAhead::pendingHolds(std::uint64_t pos, std::uint64_t n) const
     return reader_.joinable() && pos + n > pendingStart_ && pos < pendingStart_ + pendingSize_;
 }
 
-// Once the reads have reached a full newest window, reads the window after
-// it in the background, unless one is being read already: the disk is kept
-// one window ahead of the copies.
+// Once the reads are in a whole newest window, reads the window after it in
+// the background, unless one is being read already: the disk is kept one
+// window ahead of the copies from the first window of a run on. Each is
+// twice the one before, up to kMaxWindow, as the foreground windows grow.
 void ReadAhead::readNext(iFile& file, std::uint64_t pos, std::uint64_t n)
 {
     const Window& newest = windows_[newest_];
-    if (path_.empty() || !newest.whole || newest.length < kMaxWindow || !newest.holds(pos, n))
+    if (path_.empty() || !newest.whole || !newest.holds(pos, n))
         return;
     const std::uint64_t start = newest.end();
     if (reader_.joinable()) {
@@ -251,7 +252,8 @@ void ReadAhead::readNext(iFile& file, std::uint64_t pos, std::uint64_t n)
     const std::uint64_t left = file.getSize();
     if (start >= left)
         return;
-    const std::uint64_t size = std::min(kMaxWindow, ((left - start) + 0xFFFF) & ~std::uint64_t(0xFFFF));
+    const std::uint64_t size = std::min({std::max(2 * newest.length, kMinWindow), kMaxWindow,
+                                         ((left - start) + 0xFFFF) & ~std::uint64_t(0xFFFF)});
     Window& w = windows_[next_];
     w.length = 0;
     if (w.bytes.getCapacity() < size && !w.bytes.alloc(static_cast<unsigned long>(size)))

@@ -6,8 +6,8 @@
 // stretch of the file into a window that the following reads are copied
 // from. Two windows follow each other, so that requests that the host's
 // threads deliver slightly out of order still find their bytes; a GOP that
-// comes too late for them is read into a third, aside. Once a run goes at
-// full speed, the window after the newest is read in the background while
+// comes too late for them is read into a third, aside. Once a run is under
+// way, the window after the newest is read in the background while
 // the newest is copied out, so that the disk does not wait for the copies.
 // Random access (scrubbing) keeps one read per frame and no window.
 #include <cstdint>
