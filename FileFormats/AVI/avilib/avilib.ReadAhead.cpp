@@ -124,7 +124,10 @@ bool ReadAhead::read(iFile& file, std::uint64_t pos, std::uint64_t n, unsigned c
         start = newest.end();
     else if (pos - runLow_ <= kMinWindow / 2)
         start = runLow_;
-    return fill(file, start, std::max(grow(), pos + n - start)) && copy(pos, n, out);
+    if (!fill(file, start, std::max(grow(), pos + n - start)) || !copy(pos, n, out))
+        return false;
+    readNext(file, pos, n);
+    return true;
 }
 
 // Reads that skip most of what lies between them (one stream of an
@@ -198,7 +201,11 @@ bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
     } else {
         runWindow_ = kMinWindow;
     }
-    return fill(file, start, size) && spanned(pos, n);
+    if (!fill(file, start, size) || !spanned(pos, n))
+        return false;
+    if (onward)
+        readNext(file, pos, n);
+    return true;
 }
 
 void ReadAhead::clear()
