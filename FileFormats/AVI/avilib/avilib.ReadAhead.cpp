@@ -104,7 +104,9 @@ bool ReadAhead::read(iFile& file, std::uint64_t pos, std::uint64_t n, unsigned c
     if (!copy(pos, n, out) && pendingHolds(pos, n))
         settle();
     if (copy(pos, n, out)) {
-        if (forward)
+        // Only a run that has needed a window of its own reads ahead: the
+        // frames of one group, copied from the group's window, are no run.
+        if (forward && nextWindow_ > kMinWindow)
             readNext(file, pos, n);
         return true;
     }
@@ -175,8 +177,10 @@ bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
     runEnd_ = pos + n;
     if (!spanned(pos, n) && pendingHolds(pos, n))
         settle();
+    // Groups read ahead once their run has grown to whole windows: a scrub
+    // over a few seconds of material keeps landing near the last group.
     if (spanned(pos, n)) {
-        if (followsRun)
+        if (followsRun && windows_[newest_].length >= kMaxWindow)
             readNext(file, pos, n);
         return true;
     }
@@ -201,11 +205,7 @@ bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
     } else {
         runWindow_ = kMinWindow;
     }
-    if (!fill(file, start, size) || !spanned(pos, n))
-        return false;
-    if (onward)
-        readNext(file, pos, n);
-    return true;
+    return fill(file, start, size) && spanned(pos, n);
 }
 
 void ReadAhead::clear()
