@@ -78,12 +78,8 @@ Bytes bytesOf(const T& v)
 template <class T>
 Bytes bytesOf(const std::vector<T>& records)
 {
-    Bytes out;
-    for (const T& r : records) {
-        Bytes one = bytesOf(r);
-        out.insert(out.end(), one.begin(), one.end());
-    }
-    return out;
+    return Bytes(reinterpret_cast<const std::uint8_t*>(records.data()),
+                 reinterpret_cast<const std::uint8_t*>(records.data() + records.size()));
 }
 
 inline std::uint32_t get32(const Bytes& b, std::size_t at)
@@ -94,14 +90,6 @@ inline std::uint32_t get32(const Bytes& b, std::size_t at)
 }
 inline void put32(Bytes& b, std::size_t at, std::uint32_t v) { std::memcpy(&b[at], &v, 4); }
 inline void put64(Bytes& b, std::size_t at, std::uint64_t v) { std::memcpy(&b[at], &v, 8); }
-
-// A JUNK chunk of n zero bytes.
-inline Bytes junk(std::size_t n)
-{
-    RiffBuilder j;
-    j.chunk("JUNK", Bytes(n, 0));
-    return j.bytes();
-}
 
 inline void writeFile(const std::string& path, const Bytes& b)
 {
@@ -169,25 +157,22 @@ inline Bytes mmesFormat(std::int32_t height)
 {
     BITMAPINFOHEADER b = videoFormat("MMES", 40 + 4 + 72 + 136);
     b.biHeight = height;
-    Bytes out = bytesOf(b);
-    std::uint32_t cbOffset = 44;
-    Bytes off = bytesOf(cbOffset);
-    out.insert(out.end(), off.begin(), off.end());
+    RiffBuilder out;
+    out.put(b);
+    out.put(std::uint32_t(44));
     SERIALIZED_MEDIA_TYPE mt = {};
     mt.majortype = MEDIATYPE_Video;
     mt.subtype = MEDIASUBTYPE_MPEG2_VIDEO;
     mt.bTemporalCompression = 1;
     mt.formattype = FORMAT_MPEG2_VIDEO;
     mt.cbFormat = 136;
-    Bytes m = bytesOf(mt);
-    out.insert(out.end(), m.begin(), m.end());
+    out.put(mt);
     MPEG2VIDEOINFO info = {};
     info.hdr.AvgTimePerFrame = 333667;
     info.hdr.bmiHeader = b;
     info.hdr.bmiHeader.biSize = 40;
-    Bytes i = bytesOf(info);
-    out.insert(out.end(), i.begin(), i.end());
-    return out;
+    out.put(info);
+    return out.bytes();
 }
 
 // The payload of frame k: size bytes of the value k + 1.

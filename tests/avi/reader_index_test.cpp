@@ -44,12 +44,8 @@ TEST_F(OdmlFile, FrameTypeIndexGivesGopsAndPresentationOrder)
     std::memcpy(&info, r.get_MediaType().pbFormat, sizeof info);
     EXPECT_EQ(+info.hdr.AvgTimePerFrame, 400000u);
 
+    // The vector form of the first GOPs is the plug-in's read test's.
     EXPECT_EQ(r.get_GopSize(0), 6u);
-    std::vector<unsigned> gop, order;
-    ASSERT_EQ(r.getGopAndPresentationOrder(0, gop, order), S_OK);
-    EXPECT_EQ(gop, (std::vector<unsigned>{0, 1, 2, 3, 4, 5}));
-    EXPECT_EQ(order, (std::vector<unsigned>{0, 3, 1, 2, 5, 4}));
-
     GOPInfo g;
     ASSERT_TRUE(Morvane::allocGOPInfo(g, 6));
     ASSERT_EQ(r.get_GopAndPresentationOrder(6, g), S_OK);
@@ -67,8 +63,7 @@ TEST_F(OdmlFile, FrameTypeIndexGivesGopsAndPresentationOrder)
     EXPECT_NE(printed.find("assertion failed 0 at "), std::string::npos);
     Morvane::freeGOPInfo(g);
 
-    gop.clear();
-    order.clear();
+    std::vector<unsigned> gop, order;
     testutil::captureStdout([&] { EXPECT_EQ(r.getGopAndPresentationOrder(2, gop, order), E_FAIL); });
     EXPECT_EQ(convertString(r.getLastError()),
               "get_GopAndPresentationOrder failed, supplied index is not a keyframe.");

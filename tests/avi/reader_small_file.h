@@ -80,7 +80,7 @@ inline File make(const Knobs& k = {})
     if (k.avihLast)
         f.at["avih"] = b.record(k.avih);
     if (k.hdrlJunk)
-        b.putBytes(junk(k.hdrlJunk));
+        b.chunk("JUNK", Bytes(k.hdrlJunk, 0));
     b.end(hdrl);
     std::size_t movi = b.begin("LIST", "movi");
     f.at["movi"] = movi - 4;

@@ -70,12 +70,10 @@ TEST(WriterFaults, FailedWriteKeepsEveryEarlierFrame)
     EXPECT_EQ(rd32(walk.data, walk.find("dmlh")[0]->offset + 8), good);
     EXPECT_EQ(rd32(walk.data, walk.find("ix00")[0]->offset + 12), good);
     // Our reader finds every frame written before the failure, byte for byte.
-    ASSERT_EQ(written.frames(), good);
+    ASSERT_EQ(written.streams[0].sizes.size(), good);
     expectReadsBack(path, written);
-    if (haveFfmpeg()) {
-        EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
-        EXPECT_EQ(probeStream(path, 0, "nb_read_packets")["nb_read_packets"], std::to_string(good));
-    }
+    EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
+    EXPECT_EQ(probeStream(path, 0, "nb_read_packets")["nb_read_packets"], std::to_string(good));
 }
 
 TEST(WriterFaults, ShortSystemWritesGiveTheSameFile)

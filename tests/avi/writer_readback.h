@@ -65,18 +65,6 @@ public:
         }
     }
 
-    std::uint32_t frames() const { return streams.empty() ? 0 : static_cast<std::uint32_t>(streams[0].sizes.size()); }
-
-    // Room for a number of frames, so that recording allocates nothing later.
-    void reserve(std::uint32_t frames)
-    {
-        for (WrittenStream& s : streams) {
-            s.sizes.reserve(frames);
-            s.frameTypes.reserve(frames);
-            s.displayNumbers.reserve(frames);
-        }
-    }
-
     std::vector<WrittenStream> streams;
     // The chunk of stream k for frame f when the bytes were not kept.
     std::function<std::vector<unsigned char>(std::uint32_t k, std::uint32_t f)> bytes;
@@ -154,12 +142,8 @@ inline void checkVideo(FileReader& r, const Written& w, std::uint32_t k)
                 << "bytes of frame " << f + i;
         }
     }
-    // The one-frame form at both ends of the stream and past it.
+    // The one-frame form is the fault sweep's; here only past the end.
     unsigned int offset = 0, size = 0;
-    for (std::uint32_t f : {0u, n - 1}) {
-        ASSERT_EQ(r.ReadVideo(f, buf.data(), static_cast<unsigned int>(buf.size()), &offset, &size), S_OK);
-        EXPECT_EQ(size, s.sizes[f]);
-    }
     EXPECT_EQ(r.ReadVideo(n, buf.data(), static_cast<unsigned int>(buf.size()), &offset, &size), E_HANDLE_EOF);
 
     // Frame types and display numbers as given, one index chunk after the other.

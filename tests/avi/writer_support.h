@@ -177,11 +177,6 @@ struct Walk
 
 using testutil::run;
 
-inline bool haveFfmpeg()
-{
-    return run("which ffprobe ffmpeg 2>/dev/null").find("ffmpeg") != std::string::npos;
-}
-
 inline std::string narrow(const std::wstring& s)
 {
     return std::string(s.begin(), s.end());

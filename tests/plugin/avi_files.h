@@ -2,7 +2,6 @@
 // Small AVI files built byte by byte for the plug-in tests: every header
 // field a metadata rule reads is one a test sets.
 #include <algorithm>
-#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,7 +14,6 @@ using namespace readertest;
 
 struct VideoSpec
 {
-    const char* handler = "dvsd";
     std::uint32_t fcc = Morvane::makeFourCC("dvsd");
     std::int32_t width = 720;
     std::int32_t height = 576;
@@ -72,9 +70,8 @@ inline Bytes buildFile(const std::optional<VideoSpec>& video, const std::optiona
         bih.biWidth = video->width;
         bih.biHeight = video->height;
         bih.biBitCount = video->bitCount;
-        Bytes strf(sizeof bih + video->extra.size());
-        std::memcpy(strf.data(), &bih, sizeof bih);
-        std::copy(video->extra.begin(), video->extra.end(), strf.begin() + sizeof bih);
+        Bytes strf = bytesOf(bih);
+        strf.insert(strf.end(), video->extra.begin(), video->extra.end());
         b.chunk("strf", strf);
         if (video->vprp)
             b.record(*video->vprp);

@@ -2,7 +2,6 @@
 // whose headers set exactly what each rule reads.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <tuple>
 
 #include "AVI/FileInfo.h"
@@ -93,10 +92,7 @@ VideoSpec picture(const char (&code)[5], std::int32_t w, std::int32_t h, std::ui
 
 Bytes matroxExtra(std::uint32_t bitsPerComponent, std::uint32_t scan, std::uint32_t layout, std::uint32_t stride)
 {
-    std::uint32_t words[6] = {0xAAAA, 0xBBBB, bitsPerComponent | 0x50000, scan, layout, stride};
-    Bytes b(24);
-    std::memcpy(b.data(), words, 24);
-    return b;
+    return bytesOf(std::vector<std::uint32_t>{0xAAAA, 0xBBBB, bitsPerComponent | 0x50000, scan, layout, stride});
 }
 
 class Pictures : public Metadata, public testing::WithParamInterface<PictureCase>
