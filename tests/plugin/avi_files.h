@@ -2,6 +2,7 @@
 // Small AVI files built byte by byte for the plug-in tests: every header
 // field a metadata rule reads is one a test sets.
 #include <algorithm>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
@@ -70,8 +71,9 @@ inline Bytes buildFile(const std::optional<VideoSpec>& video, const std::optiona
         bih.biWidth = video->width;
         bih.biHeight = video->height;
         bih.biBitCount = video->bitCount;
-        Bytes strf = bytesOf(bih);
-        strf.insert(strf.end(), video->extra.begin(), video->extra.end());
+        Bytes strf(sizeof bih + video->extra.size());
+        std::memcpy(strf.data(), &bih, sizeof bih);
+        std::copy(video->extra.begin(), video->extra.end(), strf.begin() + sizeof bih);
         b.chunk("strf", strf);
         if (video->vprp)
             b.record(*video->vprp);
