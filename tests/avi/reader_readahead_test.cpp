@@ -233,4 +233,23 @@ TEST(ReadAhead, ShortAndFailedReadsLeaveTheRestToTheCaller)
     }
 }
 
+TEST(ReadAhead, WindowMemoryIsAlignedForDirectReads)
+{
+    // A window off a page would make every direct read of it go through the
+    // page cache on a disk that asks for aligned memory.
+    Morvane::Avi::WindowBuffer w;
+    const struct
+    {
+        std::uint64_t ask, alignment;
+    } cases[] = {{70000, 4096}, {3u << 20, 2u << 20}};
+    for (const auto& c : cases) {
+        ASSERT_TRUE(w.reserve(c.ask));
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(w.data()) % c.alignment, 0u) << c.ask;
+        EXPECT_GE(w.capacity(), c.ask);
+    }
+    unsigned char* kept = w.data();
+    ASSERT_TRUE(w.reserve(1u << 20));
+    EXPECT_EQ(w.data(), kept); // a smaller window reuses the memory
+}
+
 } // namespace

@@ -31,9 +31,9 @@ bool ReadAhead::copy(std::uint64_t pos, std::uint64_t n, unsigned char* out) con
     if (!spanned(pos, n, &first, &second))
         return false;
     const std::uint64_t head = std::min(n, first->end() - pos);
-    std::memcpy(out, first->bytes.getBuffer(static_cast<unsigned long>(pos - first->start)), head);
+    std::memcpy(out, first->bytes.data() + (pos - first->start), head);
     if (head < n)
-        std::memcpy(out + head, second->bytes.getBuffer(0), n - head);
+        std::memcpy(out + head, second->bytes.data(), n - head);
     return true;
 }
 
@@ -49,12 +49,12 @@ bool ReadAhead::fill(iFile& file, std::uint64_t pos, std::uint64_t size, bool ne
     if (pos >= left)
         return false;
     size = std::min(size, ((left - pos) + 0xFFFF) & ~std::uint64_t(0xFFFF));
-    if (w.bytes.getCapacity() < size && !w.bytes.alloc(static_cast<unsigned long>(size)))
+    if (!w.bytes.reserve(size))
         return false;
     if (!file.setPosition(pos))
         return false;
     w.start = pos;
-    w.length = file.read(w.bytes.getBuffer(0), size);
+    w.length = file.read(w.bytes.data(), size);
     w.whole = w.length == size;
     if (newest)
         std::swap(newest_, older_);
@@ -263,7 +263,7 @@ void ReadAhead::readNext(iFile& file, std::uint64_t pos, std::uint64_t n)
                                          ((left - start) + 0xFFFF) & ~std::uint64_t(0xFFFF)});
     Window& w = windows_[next_];
     w.length = 0;
-    if (w.bytes.getCapacity() < size && !w.bytes.alloc(static_cast<unsigned long>(size)))
+    if (!w.bytes.reserve(size))
         return;
     if (!second_) {
         second_ = OS().fileSystem().open(path_, iFile::eRead, iFile::eOpenExisting, iFile::eShareReadWrite, flags_);
@@ -276,7 +276,7 @@ void ReadAhead::readNext(iFile& file, std::uint64_t pos, std::uint64_t n)
     pendingSize_ = size;
     pendingGot_ = 0;
     iFile* handle = second_.get();
-    unsigned char* into = w.bytes.getBuffer(0);
+    unsigned char* into = w.bytes.data();
     try {
         reader_ = std::thread([this, handle, into, start, size] {
             pendingGot_ = handle->setPosition(start) ? handle->read(into, size) : 0;

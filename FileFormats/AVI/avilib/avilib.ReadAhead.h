@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "host/iFile.h"
-#include "util/bytebuffer.h"
+#include "FileFormats/AVI/avilib/avilib.WindowBuffer.h"
 
 namespace Morvane::Avi {
 
@@ -58,7 +58,7 @@ public:
 private:
     struct Window
     {
-        CByteBuffer bytes;
+        WindowBuffer bytes;
         std::uint64_t start = 0;  // file position of bytes[0]
         std::uint64_t length = 0; // bytes held
         bool whole = false;       // the disk gave all that was asked
