@@ -241,10 +241,9 @@ bool ReadAhead::pendingHolds(std::uint64_t pos, std::uint64_t n) const
     return reader_.joinable() && pos + n > pendingStart_ && pos < pendingStart_ + pendingSize_;
 }
 
-// Once the reads are in a whole newest window, reads the window after it in
-// the background, unless one is being read already: the disk is kept one
-// window ahead of the copies from the first window of a run on. Each is
-// twice the one before, up to kMaxWindow, as the foreground windows grow.
+// Reads the window after a whole newest one in the background, unless one
+// is being read already: the disk is kept one window ahead of the copies.
+// Each is twice the newest, up to kMaxWindow, as the foreground windows grow.
 void ReadAhead::readNext(iFile& file, std::uint64_t pos, std::uint64_t n)
 {
     const Window& newest = windows_[newest_];

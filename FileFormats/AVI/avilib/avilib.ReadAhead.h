@@ -14,8 +14,8 @@
 #include <string>
 #include <thread>
 
-#include "host/iFile.h"
 #include "FileFormats/AVI/avilib/avilib.WindowBuffer.h"
+#include "host/iFile.h"
 
 namespace Morvane::Avi {
 

@@ -15,8 +15,8 @@ public:
     WindowBuffer(const WindowBuffer&) = delete;
     WindowBuffer& operator=(const WindowBuffer&) = delete;
 
-    // At least n bytes; the memory is kept when it is large enough already
-    // (its contents are not).
+    // At least n bytes: the memory, and what it holds, are kept when they
+    // are large enough already; a larger block drops them.
     bool reserve(std::uint64_t n);
     void reset();
 
