@@ -91,6 +91,7 @@ struct Fixture
     testutil::TempDir dir;
     std::wstring path;
     Vl::Ptr<CountingFile> file;
+    ReadAhead ra; // after the file: its background read is joined first
 
     explicit Fixture(std::uint64_t size) : path(positionFile(dir, size))
     {
@@ -98,10 +99,11 @@ struct Fixture
                                                        iFile::eShareReadWrite, iFile::eUnbuffered);
         if (opened)
             file = Vl::Ptr<CountingFile>(new CountingFile(opened));
+        ra.readNextInBackground(path, iFile::eUnbuffered);
     }
 
     // Frames first to first + count, each checked; how many the windows served.
-    unsigned walk(ReadAhead& ra, unsigned first, unsigned count)
+    unsigned walk(unsigned first, unsigned count)
     {
         unsigned served = 0;
         std::vector<unsigned char> got(kDvRead);
@@ -120,16 +122,14 @@ TEST(ReadAheadBackground, AForwardRunIsReadAheadThroughAHandleOfItsOwn)
 {
     Fixture f(48 * kMiB);
     ASSERT_TRUE(f.file);
-    ReadAhead ra;
-    ra.readNextInBackground(f.path, iFile::eUnbuffered);
     // 300 frames, 44 MiB: two alone and a window of 1 MiB in the
     // foreground; every later window comes from the background.
-    EXPECT_EQ(f.walk(ra, 0, 300), 298u);
+    EXPECT_EQ(f.walk(0, 300), 298u);
     EXPECT_EQ(f.file->reads, 1u);
     // The same again after a jump back: the window read for the first run
     // is dropped, not left in the way of the second's.
     f.file->reads = 0;
-    EXPECT_GE(f.walk(ra, 0, 290), 280u);
+    EXPECT_GE(f.walk(0, 290), 280u);
     EXPECT_LE(f.file->reads, 2u);
 }
 
@@ -140,8 +140,6 @@ TEST(ReadAheadBackground, GroupsInFlightComeFromTheBackgroundWindows)
     // being read; the others still find their bytes.
     Fixture f(64 * kMiB);
     ASSERT_TRUE(f.file);
-    ReadAhead ra;
-    ra.readNextInBackground(f.path, iFile::eUnbuffered);
     const std::uint64_t gop = 1480 * 1024;
     std::vector<unsigned> order(40);
     for (unsigned g = 0; g < order.size(); ++g)
@@ -152,8 +150,8 @@ TEST(ReadAheadBackground, GroupsInFlightComeFromTheBackgroundWindows)
     std::vector<unsigned char> got(gop);
     for (unsigned g : order) {
         const std::uint64_t at = 4096 + g * gop;
-        ASSERT_TRUE(ra.readRun(*f.file, at, gop)) << g;
-        ASSERT_TRUE(ra.read(*f.file, at, gop, got.data())) << g;
+        ASSERT_TRUE(f.ra.readRun(*f.file, at, gop)) << g;
+        ASSERT_TRUE(f.ra.read(*f.file, at, gop, got.data())) << g;
         EXPECT_TRUE(holdsPositions(got, at)) << "group " << g;
     }
     // 58 MiB: the first groups alone and windows of 2, 4 and 8 MiB in the
@@ -167,8 +165,6 @@ TEST(ReadAheadBackground, AScrubOfGroupsReadsNothingAhead)
     // decoder does: the frames of one group are no run to read ahead for.
     Fixture f(64 * kMiB);
     ASSERT_TRUE(f.file);
-    ReadAhead ra;
-    ra.readNextInBackground(f.path, iFile::eUnbuffered);
     const std::uint64_t frame = 247 * 512;
     const std::uint64_t gop = 12 * frame;
     std::mt19937 rng(5);
@@ -178,13 +174,13 @@ TEST(ReadAheadBackground, AScrubOfGroupsReadsNothingAhead)
         GTEST_SKIP() << "the system does not count this process's reads";
     for (int k = 0; k < 100; ++k) {
         const std::uint64_t at = 4096 + std::uniform_int_distribution<std::uint64_t>(0, 40)(rng) * gop;
-        ASSERT_TRUE(ra.readRun(*f.file, at, gop));
+        ASSERT_TRUE(f.ra.readRun(*f.file, at, gop));
         for (std::uint64_t p = at; p < at + gop; p += frame) {
-            ASSERT_TRUE(ra.read(*f.file, p, frame, got.data()));
+            ASSERT_TRUE(f.ra.read(*f.file, p, frame, got.data()));
             EXPECT_TRUE(holdsPositions(got, p));
         }
     }
-    ra.clear();
+    f.ra.clear();
     const std::uint64_t background = bytesReadByProcess() - before - f.file->bytes;
     EXPECT_LT(background, f.file->bytes / 10);
 }
@@ -193,18 +189,16 @@ TEST(ReadAheadBackground, JumpsClearsAndTheEndOfTheFileKeepTheBytesRight)
 {
     Fixture f(40 * kMiB + 70000);
     ASSERT_TRUE(f.file);
-    ReadAhead ra;
-    ra.readNextInBackground(f.path, iFile::eUnbuffered);
     // A jump back while the next window is being read, a run from there, a
     // clear mid-run, and a run to the end, whose last frame is not whole.
-    f.walk(ra, 0, 120);
-    f.walk(ra, 10, 100);
-    ra.clear();
-    f.walk(ra, 110, 80);
+    f.walk(0, 120);
+    f.walk(10, 100);
+    f.ra.clear();
+    f.walk(110, 80);
     const unsigned last = static_cast<unsigned>((40 * kMiB + 70000 - 4096 - kDvRead) / kDvStep);
-    EXPECT_GE(f.walk(ra, 190, last - 190 + 1), last - 190 - 10);
+    EXPECT_GE(f.walk(190, last - 190 + 1), last - 190 - 10);
     std::vector<unsigned char> got(kDvRead);
-    EXPECT_FALSE(ra.read(*f.file, 4096 + (last + 1) * kDvStep, kDvRead, got.data()));
+    EXPECT_FALSE(f.ra.read(*f.file, 4096 + (last + 1) * kDvStep, kDvRead, got.data()));
 }
 
 } // namespace
