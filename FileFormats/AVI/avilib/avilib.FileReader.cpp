@@ -11,7 +11,8 @@ namespace Morvane::Avi {
 namespace {
 
 constexpr std::uint32_t kMaxFirstHeaderRead = 0x2FFFF;
-constexpr std::uint32_t kMaxHdrlSize = 0xFFFFF;
+// The most of one header chunk (strf, indx, ...) that is read.
+constexpr std::uint64_t kMaxHeaderChunk = 16u << 20;
 
 std::uint32_t word(const unsigned char* p)
 {
@@ -65,13 +66,13 @@ void FileReader::freeIndex()
             m_ParsedIndexes.erase(m_ParsedIndexes.begin());
         }
         m_Resident.entries = m_pIndex;
-        m_Resident.audioHint = m_AudioHint;
-        m_ParsedIndexes.push_back(m_Resident);
+        m_Resident.audioStarts = std::move(m_AudioEntryStart);
+        m_ParsedIndexes.push_back(std::move(m_Resident));
     } else {
         delete[] m_pIndex;
     }
     m_Resident = ParsedIndex();
-    m_AudioHint = AudioHint();
+    m_AudioEntryStart.clear();
     m_pIndex = nullptr;
     m_nIndexCount = 0;
 }
@@ -92,7 +93,12 @@ void FileReader::InitVariables()
     freeMediaType();
     m_dwIdx1Position = 0xFFFFFFFF;
     m_cbIdx1Size = 0;
-    m_dwMoviPosition = 0;
+    m_qwMoviPosition = 0;
+    m_qwMoviSize = 0;
+    m_bFollowingRiff = false;
+    m_FileIndex.clear();
+    m_eFileIndexSource = IndexSource::none;
+    m_bWarnedAudioAlign = false;
     m_qwBufferFilePosition = 0;
     m_nCurrentStream = -1;
     freeIndex();
@@ -102,6 +108,8 @@ void FileReader::InitVariables()
     m_nResidentLength = 0;
     m_dwAudioBufferStart = 0;
     m_dwAudioBufferLength = 0;
+    m_qwAudioCacheStart = 0;
+    m_cbAudioCacheBytes = 0;
     m_bTemporalReordering = false;
 }
 
@@ -122,41 +130,34 @@ HRESULT FileReader::load(const std::wstring& path)
     }
     m_cbHeaderBufferSize =
         static_cast<std::uint32_t>(roundUpToSectorBoundary(std::min<unsigned long>(fileSize, kMaxFirstHeaderRead)));
-
-    // The second pass always fits: its size is derived from the list size.
-    for (int pass = 0; pass < 2; ++pass) {
-        if (!m_HeaderBuffer.alloc(m_cbHeaderBufferSize)) {
-            setLastError(L"Failed to allocate header buffer memory.");
-            return E_OUTOFMEMORY;
-        }
-        hr = ReaderHeader();
-        if (FAILED(hr))
-            return hr;
-        unsigned long at = m_HeaderBuffer.getOffset();
-        unsigned long used = m_HeaderBuffer.getUsed();
-        const unsigned char* front = m_HeaderBuffer.getBufferAtOffset();
-        unsigned long have = used > at ? used - at : 0;
-        if (!front || have < 12 || word(front) != ckid::RIFF || word(front + 8) != ckid::AVI) {
-            setLastError(L"File is not an avi file.");
-            return E_FAIL;
-        }
-        if (have < 24 || word(front + 20) != ckid::hdrl) {
-            setLastError(L"Failed to find hdrl chunk.");
-            return E_FAIL;
-        }
-        std::uint32_t hdrlSize = word(front + 16);
-        if (hdrlSize > kMaxHdrlSize) {
-            MORVANE_ASSERT(FALSE);
-            setLastError(L"'hdrl' chunk is too large.");
-            return E_FAIL;
-        }
-        if (hdrlSize + at + 12 <= m_HeaderBuffer.getCapacity())
-            return ParseChunkData();
-        // Deliberately not rounded to a sector: see the unbuffered read.
-        m_cbHeaderBufferSize = static_cast<std::uint32_t>(hdrlSize + at + 4108);
+    if (!m_HeaderBuffer.alloc(m_cbHeaderBufferSize + 2ul * getSectorSize())) {
+        setLastError(L"Failed to allocate header buffer memory.");
+        return E_OUTOFMEMORY;
     }
-    setLastError(L"Failed to read header data.");
-    return E_FAIL;
+    hr = ReaderHeader();
+    if (FAILED(hr))
+        return hr;
+    unsigned long at = m_HeaderBuffer.getOffset();
+    unsigned long used = m_HeaderBuffer.getUsed();
+    const unsigned char* front = m_HeaderBuffer.getBufferAtOffset();
+    unsigned long have = used > at ? used - at : 0;
+    if (!front || have < 12 || word(front) != ckid::RIFF || word(front + 8) != ckid::AVI) {
+        setLastError(L"File is not an avi file.");
+        return E_FAIL;
+    }
+    if (have < 24 || word(front + 20) != ckid::hdrl) {
+        setLastError(L"Failed to find hdrl chunk.");
+        return E_FAIL;
+    }
+    // The header walk reads on past the first buffer as far as the chunks
+    // go (capture tools reserve hundreds of kB of JUNK in and after hdrl);
+    // only a list that the file cannot hold is refused.
+    if (word(front + 16) > fileSize - 20) {
+        MORVANE_ASSERT(FALSE);
+        setLastError(L"'hdrl' chunk is too large.");
+        return E_FAIL;
+    }
+    return ParseChunkData();
 }
 
 HRESULT FileReader::ReaderHeader()
@@ -198,18 +199,57 @@ bool FileReader::chunkAtCursor(Chunk& chunk) const
     return true;
 }
 
+bool FileReader::refillHeaderBuffer(std::uint64_t at, std::uint64_t want)
+{
+    std::uint64_t fileSize = getSize();
+    if (at >= fileSize)
+        return false;
+    const std::uint64_t slack = 2ull * getSectorSize();
+    // Header chunks are small; a larger claim is read only as far as this.
+    want = std::min<std::uint64_t>({std::max<std::uint64_t>(want, m_cbHeaderBufferSize), fileSize - at,
+                                     kMaxHeaderChunk});
+    if (m_HeaderBuffer.getCapacity() < want + slack && !m_HeaderBuffer.alloc(static_cast<unsigned long>(want + slack)))
+        return false;
+    m_HeaderBuffer.clear();
+    unsigned int actual = 0;
+    unsigned int offset = 0;
+    HRESULT hr = seek(static_cast<unsigned long>(at), 0);
+    if (SUCCEEDED(hr))
+        hr = read(m_HeaderBuffer.getBuffer(0), static_cast<unsigned int>(m_HeaderBuffer.getCapacity()),
+                  static_cast<unsigned int>(want), actual, offset);
+    if (FAILED(hr) || offset >= actual)
+        return false;
+    m_HeaderBuffer.setUsed(actual);
+    m_HeaderBuffer.setOffset(offset);
+    m_qwBufferFilePosition = at - offset;
+    return true;
+}
+
+bool FileReader::ensureChunkInBuffer(Chunk& c)
+{
+    std::uint64_t at = cursorPosition();
+    std::uint64_t fileSize = getSize();
+    std::uint64_t inFile = at + sizeof(RIFFCHUNK) < fileSize ? fileSize - at - sizeof(RIFFCHUNK) : 0;
+    std::uint64_t wanted = std::min<std::uint64_t>({c.size, inFile, kMaxHeaderChunk});
+    if (c.available >= wanted)
+        return true;
+    return refillHeaderBuffer(at, wanted + sizeof(RIFFCHUNK)) && chunkAtCursor(c);
+}
+
 bool FileReader::ChunkNext()
 {
     Chunk c;
-    if (!chunkAtCursor(c)) {
+    if (!chunkAtCursor(c) && !(refillHeaderBuffer(cursorPosition(), sizeof(RIFFCHUNK)) && chunkAtCursor(c))) {
         MORVANE_ASSERT(false);
         return false;
     }
-    std::uint64_t cursor = m_HeaderBuffer.getOffset();
+    std::uint64_t cursor = cursorPosition();
     std::uint64_t padded = std::uint64_t(c.size) + (c.size & 1) + 8;
     std::uint64_t step;
     if (c.id == ckid::RIFF || c.id == ckid::LIST) {
-        m_cbEndOfList = cursor + padded;
+        // The first RIFF's size is stale in a file whose writer was cut
+        // off: everything up to a following RIFF belongs to it.
+        m_cbEndOfList = cursor == 0 && c.id == ckid::RIFF ? UINT64_MAX : cursor + padded;
         step = 12;
     } else {
         step = padded;
@@ -218,15 +258,19 @@ bool FileReader::ChunkNext()
             m_cbEndOfList = end;
         m_cbEndOfChunk = end;
     }
-    if (cursor + step >= m_HeaderBuffer.getUsed()) {
-        MORVANE_ASSERT(false);
-        return false;
-    }
     std::uint64_t next = std::min(cursor + step, m_cbEndOfList);
     // A list end behind the cursor would walk back over the same chunks.
     if (next <= cursor)
         next = cursor + step;
-    m_HeaderBuffer.setOffset(static_cast<unsigned long>(next));
+    if (next + sizeof(RIFFCHUNK) > getSize()) {
+        MORVANE_ASSERT(false);
+        return false;
+    }
+    std::uint64_t bufferEnd = m_qwBufferFilePosition + m_HeaderBuffer.getUsed();
+    if (next >= m_qwBufferFilePosition && next + sizeof(RIFFCHUNK) <= bufferEnd)
+        m_HeaderBuffer.setOffset(static_cast<unsigned long>(next - m_qwBufferFilePosition));
+    else if (!refillHeaderBuffer(next, sizeof(RIFFCHUNK)))
+        return false;
     return true;
 }
 
@@ -236,14 +280,16 @@ HRESULT FileReader::ParseChunkData()
     m_cbEndOfList = 0;
     m_cbEndOfChunk = 0;
     for (;;) {
-        if (!ChunkNext())
+        bool stop = !ChunkNext();
+        if (!stop) {
+            HRESULT hr = dispatchChunk(stop);
+            if (FAILED(hr))
+                return hr;
+        }
+        if (stop) {
+            prepareIndex();
             return S_OK;
-        bool stop = false;
-        HRESULT hr = dispatchChunk(stop);
-        if (FAILED(hr))
-            return hr;
-        if (stop)
-            return S_OK;
+        }
     }
 }
 
@@ -275,14 +321,40 @@ HRESULT FileReader::dispatchChunk(bool& stop)
         }
         switch (c.id) {
         case ckid::avih:
+        case ckid::strh:
+        case ckid::strf:
+        case ckid::dmlh:
+        case ckid::vprp:
+        case ckid::indx:
+            // What the chunk holds must be in the buffer, however far it
+            // lies from the front.
+            if (!ensureChunkInBuffer(c)) {
+                stop = true;
+                return S_OK;
+            }
+            break;
+        case ckid::LIST:
+            if (c.available < 4 && (!refillHeaderBuffer(cursorPosition(), 12) || !chunkAtCursor(c))) {
+                stop = true;
+                return S_OK;
+            }
+            break;
+        default:
+            break;
+        }
+        switch (c.id) {
+        case ckid::avih:
             return onAvih(c);
         case ckid::strh:
             return onStrh(c);
         case ckid::strf:
             return onStrf(c);
         case ckid::dmlh:
-            if (c.size >= sizeof(AVIEXTHEADER) - 8 && c.available >= sizeof(AVIEXTHEADER) - 8) {
-                std::memcpy(&m_OpenDmlHeader, c.data - 8, sizeof m_OpenDmlHeader);
+            // A short dmlh (some writers leave only the total) still counts.
+            if (c.size >= 4 && c.available >= 4) {
+                std::memset(&m_OpenDmlHeader, 0, sizeof m_OpenDmlHeader);
+                std::memcpy(&m_OpenDmlHeader, c.data - 8,
+                            std::min<std::size_t>(sizeof m_OpenDmlHeader, c.available + 8u));
                 if (m_OpenDmlHeader.fcc != ckid::dmlh)
                     std::memset(&m_OpenDmlHeader, 0, sizeof m_OpenDmlHeader);
             }
@@ -292,11 +364,13 @@ HRESULT FileReader::dispatchChunk(bool& stop)
                 std::memcpy(&m_VideoProperties, c.data - 8, sizeof m_VideoProperties);
             return S_OK;
         case ckid::RIFF:
+            m_bFollowingRiff = true;
             stop = true;
             return S_OK;
         case ckid::LIST:
-            if (c.available >= 4 && word(c.data) == ckid::movi) {
-                m_dwMoviPosition = static_cast<std::uint32_t>(m_HeaderBuffer.getOffset());
+            if (word(c.data) == ckid::movi) {
+                m_qwMoviPosition = cursorPosition();
+                m_qwMoviSize = c.size;
                 if (!SkipMovi()) {
                     // Nothing readable after movi: the header is complete.
                     stop = true;
@@ -312,7 +386,7 @@ HRESULT FileReader::dispatchChunk(bool& stop)
             ParseINDX();
             return S_OK;
         case ckid::idx1:
-            m_dwIdx1Position = static_cast<std::uint32_t>(m_qwBufferFilePosition + m_HeaderBuffer.getOffset());
+            m_dwIdx1Position = static_cast<std::uint32_t>(std::min<std::uint64_t>(cursorPosition(), 0xFFFFFFFEu));
             m_cbIdx1Size = c.size;
             stop = true;
             return S_OK;
@@ -362,9 +436,16 @@ HRESULT FileReader::onStrh(const Chunk& c)
         ++i;
     if (i == n)
         return S_OK;
-    if (c.size < sizeof(AVISTREAMHEADER) - 8 || c.available < sizeof(AVISTREAMHEADER) - 8)
+    // Older writers leave rcFrame out: 48 bytes carry every field read.
+    constexpr std::uint32_t kShortStrh = 48;
+    if (c.size < kShortStrh || c.available < kShortStrh)
         return S_OK;
-    std::memcpy(&m_pAviStreams[i].strh, c.data - 8, sizeof(AVISTREAMHEADER));
+    AVISTREAMHEADER& h = m_pAviStreams[i].strh;
+    std::memset(&h, 0, sizeof h);
+    std::memcpy(&h, c.data - 8, std::min<std::size_t>(sizeof h, c.available + 8u));
+    // A record with no type would be taken as free again.
+    if (h.fccType == 0)
+        std::memset(&h, 0, sizeof h);
     return S_OK;
 }
 
@@ -482,33 +563,13 @@ bool FileReader::SkipMovi()
     Chunk c;
     if (!chunkAtCursor(c))
         return false;
-    std::uint64_t target = std::uint64_t(c.size) + (c.size & 1) + 8 + m_HeaderBuffer.getOffset();
-    m_qwBufferFilePosition += target;
-    m_HeaderBuffer.clear();
-    std::uint64_t fileSize = getSize();
-    HRESULT hr = seek(static_cast<unsigned long>(m_qwBufferFilePosition), 0);
-    if (FAILED(hr)) {
-        MORVANE_ASSERT(FALSE);
-        setLastError(L"SkipMovi failed to seek.");
+    std::uint64_t target = std::uint64_t(c.size) + (c.size & 1) + 8 + cursorPosition();
+    if (target >= getSize())
         return false;
-    }
-    std::uint64_t n = fileSize > m_qwBufferFilePosition ? fileSize - m_qwBufferFilePosition : 0;
-    n = std::min<std::uint64_t>(n, m_cbHeaderBufferSize);
-    std::uint64_t twoSectors = 2ull * getSectorSize();
-    if (twoSectors < n)
-        n -= twoSectors;
-    unsigned int actual = 0;
-    unsigned int offset = 0;
-    hr = n ? read(m_HeaderBuffer.getBuffer(0), static_cast<unsigned int>(m_HeaderBuffer.getCapacity()),
-                  static_cast<unsigned int>(n), actual, offset)
-           : E_HANDLE_EOF;
-    if (FAILED(hr) || offset >= actual) {
+    if (!refillHeaderBuffer(target, m_cbHeaderBufferSize)) {
         setLastError(L"Failed to read after movi data.");
         return false;
     }
-    m_HeaderBuffer.setUsed(actual);
-    m_HeaderBuffer.setOffset(offset);
-    m_qwBufferFilePosition -= offset;
     return true;
 }
 

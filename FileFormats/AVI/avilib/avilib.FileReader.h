@@ -30,6 +30,14 @@ struct AviStream
     std::uint32_t m_dwSuperIndexChunkId;
     std::uint8_t m_bIndexSubType;
     bool m_bTwoField;
+
+    // What the index says of the stream, which wins over the header's
+    // lengths: frames for video, whole blocks for audio.
+    bool m_bIndexLengthKnown;
+    std::uint32_t m_nIndexLength;
+    // GOP length, fixed by the first index chunk loaded (0: none loaded),
+    // so that the answer does not change with the chunk resident.
+    std::uint32_t m_nGopLength;
 };
 
 class FileReader : public Pell::CFileReaderUnbuffered
@@ -85,6 +93,9 @@ public:
     const AviStream* get_Stream(int n) const { return ValidStream(n) ? &m_pAviStreams[n] : nullptr; }
     int get_CurrentStream() const { return m_nCurrentStream; }
     bool get_HasIdx1() const { return m_cbIdx1Size != 0; }
+    // Where the index of the streams without an OpenDML index came from.
+    enum class IndexSource { none, idx1, walk };
+    IndexSource get_IndexSource() const { return m_eFileIndexSource; }
 
     // Index.
     bool ParseINDX();
@@ -99,6 +110,10 @@ public:
     unsigned int get_IndexCount() const { return m_nIndexCount; }
     unsigned int get_ResidentLength() const { return m_nResidentLength; }
     unsigned int get_MaxGopLength() const { return m_nMaxGopLength; }
+    // The frame whose bytes stand for `sample`: the sample itself, or, for
+    // an empty entry (a dropped frame), the last frame before it that has
+    // data (the first one after it at the start of the stream).
+    unsigned int get_StoredFrame(unsigned int sample);
 
     // Samples.
     HRESULT essenceOpen(unsigned int stream);
@@ -151,6 +166,38 @@ private:
     bool hasIndex() const { return m_pIndex != nullptr; }
     unsigned int blockAlignOf(int stream) const;
     std::uint64_t frameTime32(unsigned int stream) const;
+    bool refillHeaderBuffer(std::uint64_t at, std::uint64_t want);
+    bool ensureChunkInBuffer(Chunk& c);
+    std::uint64_t cursorPosition() const { return m_qwBufferFilePosition + m_HeaderBuffer.getOffset(); }
+    bool readAt(std::uint64_t at, CByteBuffer& buf, std::uint32_t n, const unsigned char*& data,
+                std::uint32_t& got);
+
+    // The index of the streams that have no OpenDML index, taken at open
+    // from the idx1 or, when there is none or it is unusable, by walking
+    // the movi chunks; and every stream's length as the index gives it.
+    void prepareIndex();
+    bool indexFromIdx1();
+    bool indexFromWalk();
+    bool idx1BaseFrom(const INDEXENTRY& e, std::uint64_t& base);
+    void addFileIndexEntry(unsigned int stream, std::uint64_t offset, std::uint32_t size);
+    // The stream number of a sample chunk of a stream of the right kind:
+    // ##dc or ##db for video, ##wb for audio; -1 for any other id.
+    int sampleStreamOf(std::uint32_t ckid) const;
+    std::vector<std::vector<IndexEntry>> m_FileIndex;
+    IndexSource m_eFileIndexSource = IndexSource::none;
+    bool m_bFollowingRiff = false;
+    std::uint64_t m_qwMoviSize = 0;
+
+    // Audio by bytes: the resident records' first bytes in the stream, so
+    // that a chunk that is not whole blocks loses nothing and a lookup is
+    // a binary search.
+    bool findAudioEntry(std::uint64_t byte, std::uint32_t& entry, std::uint64_t& entryStart);
+    void indexAudioStarts(int stream);
+    HRESULT cacheAudioBytes(std::uint64_t byte);
+    std::vector<std::uint64_t> m_AudioEntryStart;
+    std::uint64_t m_qwAudioCacheStart = 0;
+    std::uint32_t m_cbAudioCacheBytes = 0;
+    bool m_bWarnedAudioAlign = false;
 
     char m_szLabel[32];
     CByteBuffer m_HeaderBuffer;
@@ -162,7 +209,7 @@ private:
     AM_MEDIA_TYPE m_MT;
     std::uint32_t m_dwIdx1Position = 0xFFFFFFFF;
     std::uint32_t m_cbIdx1Size = 0;
-    std::uint32_t m_dwMoviPosition = 0;
+    std::uint64_t m_qwMoviPosition = 0; // file position of the LIST movi header
     int m_nCurrentStream = -1;
     std::uint64_t m_qwBufferFilePosition = 0;
     // Walker marks; 64-bit so that a size from the file cannot wrap them.
@@ -186,18 +233,6 @@ private:
     std::uint32_t m_dwAudioBufferLength = 0;
     bool m_bTemporalReordering = false;
 
-    // Where the last audio lookup ended in the resident records, so that a
-    // sequential read does not walk them from the start each time; kept with
-    // the records when they are put aside. Only set when no record before it
-    // failed the block-alignment assertion, so that starting there prints
-    // what a whole walk would.
-    struct AudioHint
-    {
-        bool valid = false;
-        std::uint32_t entry = 0;
-        std::uint64_t start = 0;
-    };
-
     // Index chunks parsed before, kept so that making a stream current again
     // (the read adapter does so before every read) costs no disk read and no
     // parse. A chunk is known by its stream, its super-index entry (or the
@@ -212,9 +247,8 @@ private:
         std::uint32_t startSample = 0;
         std::uint32_t residentLength = 0;
         std::uint32_t maxGopLength = 1;
-        AudioHint audioHint;
+        std::vector<std::uint64_t> audioStarts;
     };
-    AudioHint m_AudioHint;
     static constexpr std::uint64_t kIdx1Chunk = UINT64_MAX;
     static constexpr std::size_t kParsedIndexSlots = 4;
     bool residentFromParsed(int stream, std::uint64_t chunk);

@@ -11,9 +11,6 @@ namespace Morvane::Avi {
 
 namespace {
 
-// Largest sample a standard index may name: anything bigger is corruption.
-constexpr std::uint32_t kMaxIndexEntrySize = 0x1000000;
-
 // base + delta, or the largest offset when the sum would wrap: a wrapped
 // offset would name other bytes of the file instead of none.
 std::uint64_t offsetFrom(std::uint64_t base, std::uint64_t delta)
@@ -94,80 +91,23 @@ unsigned int FileReader::blockAlignOf(int stream) const
 
 bool FileReader::LoadIDX1(int stream)
 {
-    if (ValidStream(stream) && m_dwIdx1Position != 0xFFFFFFFF && residentFromParsed(stream, kIdx1Chunk))
+    if (ValidStream(stream) && m_eFileIndexSource != IndexSource::none && residentFromParsed(stream, kIdx1Chunk))
         return true;
     freeIndex();
-    if (!ValidStream(stream) || m_dwIdx1Position == 0xFFFFFFFF)
+    if (!ValidStream(stream) || m_eFileIndexSource == IndexSource::none ||
+        static_cast<std::size_t>(stream) >= m_FileIndex.size())
         return false;
-    HRESULT hr = seek(m_dwIdx1Position, 0);
-    if (FAILED(hr)) {
-        setLastError(L"Failed to seek to idx1 offset.");
-        return false;
-    }
-    // Never more than the file holds after the chunk header.
-    std::uint64_t fileSize = getSize();
-    std::uint64_t after = fileSize > std::uint64_t(m_dwIdx1Position) + 8 ? fileSize - m_dwIdx1Position - 8 : 0;
-    std::uint32_t size = static_cast<std::uint32_t>(std::min<std::uint64_t>(m_cbIdx1Size, after));
-    std::uint64_t want = std::uint64_t(size) + sizeof(RIFFCHUNK);
-    CByteBuffer buf;
-    if (!buf.alloc(static_cast<unsigned long>(want + 2ull * getSectorSize())))
-        return false;
-    unsigned int actual = 0;
-    unsigned int offset = 0;
-    hr = read(buf.getBuffer(0), static_cast<unsigned int>(buf.getCapacity()), static_cast<unsigned int>(want),
-              actual, offset);
-    if (FAILED(hr) || actual < offset) {
-        setLastError(L"Failed to read idx1 data.");
-        return false;
-    }
-    std::uint64_t got = actual - offset;
-    std::uint64_t records = got > sizeof(RIFFCHUNK) ? std::min<std::uint64_t>(size, got - sizeof(RIFFCHUNK)) : 0;
-    std::uint64_t nRecords = records / sizeof(INDEXENTRY);
-    const unsigned char* first = buf.getBuffer(0) + offset + sizeof(RIFFCHUNK);
-
-    bool haveFirstOffset = false;
-    std::uint32_t firstOffset = 0;
-    std::uint32_t count = 0;
-    for (std::uint64_t i = 0; i < nRecords; ++i) {
-        INDEXENTRY e = fromBytes<INDEXENTRY>(first + i * sizeof(INDEXENTRY));
-        if (e.dwSize == 0)
-            continue;
-        if (!haveFirstOffset) {
-            firstOffset = e.dwOffset;
-            haveFirstOffset = true;
-        }
-        if (GetStreamIndexFromChunkId(e.dwChunkId) == stream)
-            ++count;
-    }
+    const std::vector<IndexEntry>& v = m_FileIndex[stream];
+    std::uint32_t count = static_cast<std::uint32_t>(v.size());
     m_pIndex = new (std::nothrow) IndexEntry[count ? count : 1]();
     if (!m_pIndex)
         return false;
-    bool relative = m_dwMoviPosition > firstOffset;
-    bool audio = m_pAviStreams[stream].strh.fccType == streamtype::auds;
-    unsigned blockAlign = blockAlignOf(stream);
-    std::uint64_t blocks = 0;
-    std::uint32_t k = 0;
-    for (std::uint64_t i = 0; i < nRecords && k < count; ++i) {
-        INDEXENTRY e = fromBytes<INDEXENTRY>(first + i * sizeof(INDEXENTRY));
-        if (e.dwSize == 0 || GetStreamIndexFromChunkId(e.dwChunkId) != stream)
-            continue;
-        IndexEntry& x = m_pIndex[k];
-        // dwOffset counts from the "movi" word, 4 bytes before the chunk header.
-        x.offset = relative ? std::uint64_t(e.dwOffset) + m_dwMoviPosition + 16 : e.dwOffset;
-        x.size = e.dwSize;
-        x.frameType = kFrameTypeKey;
-        x.realLocation = k;
-        x.displayNumber = k;
-        if (blockAlign)
-            blocks += e.dwSize / blockAlign;
-        ++k;
-    }
+    if (count)
+        std::memcpy(m_pIndex, v.data(), std::size_t(count) * sizeof(IndexEntry));
     m_nIndexCount = count;
     m_nIndexStartSample = 0;
-    if (audio)
-        m_nResidentLength = static_cast<std::uint32_t>(std::min<std::uint64_t>(blocks, 0xFFFFFFFFu));
-    else
-        m_nResidentLength = count;
+    m_nResidentLength = m_pAviStreams[stream].strh.fccType == streamtype::auds ? get_Length(stream) : count;
+    indexAudioStarts(stream);
     markResident(stream, kIdx1Chunk);
     return true;
 }
@@ -267,6 +207,7 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
 
     freeIndex();
     m_nMaxGopLength = 1;
+    m_nIndexStartSample = static_cast<std::uint32_t>(start);
     m_nResidentLength = entry->dwDuration;
     const unsigned char* entries = p + sizeof(AVISTDINDEX);
     // Count against the bytes actually read before allocating anything.
@@ -287,6 +228,8 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
         headerSkip = ibpHeaderSkip(fromBytes<MQ_AVIIBPINDEX_ENTRY>(entries), head.dwChunkId);
 
     std::uint32_t lastKey = 0;
+    std::uint32_t lastSize = 0;
+    bool anyNonKey = false;
     for (std::uint32_t i = 0; i < count; ++i) {
         IndexEntry& x = m_pIndex[i];
         const unsigned char* e = entries + std::uint64_t(i) * entrySize;
@@ -296,7 +239,9 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
             x.size = se.dwSize & AVISTDINDEX_SIZEMASK;
             x.frameType = kFrameTypeKey;
             x.realLocation = x.displayNumber = i;
-            if (x.size < 1 || x.size > kMaxIndexEntrySize) {
+            // An empty entry is a dropped frame and keeps its place; no
+            // frame is larger than the file.
+            if (x.size > fileSize) {
                 MORVANE_ASSERT(FALSE);
                 setLastError(L"LoadINDX invalid entry size.");
                 m_nIndexCount = i;
@@ -308,19 +253,14 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
             x.size = fe.dwSize;
             x.frameType = kFrameTypeKey;
             x.realLocation = x.displayNumber = i;
-            if (i > 0) {
-                if (x.size == 0) {
-                    MORVANE_ASSERT(FALSE);
-                    setLastError(L"A zero length indx index entry was found.");
-                    m_nIndexCount = i;
-                    return false;
-                }
-                if (std::uint64_t(x.size) > std::uint64_t(m_pIndex[i - 1].size) * 100) {
+            if (x.size != 0) {
+                if (lastSize != 0 && std::uint64_t(x.size) > std::uint64_t(lastSize) * 100) {
                     MORVANE_ASSERT(FALSE);
                     setLastError(L"A corrupt indx index entry was found.");
                     m_nIndexCount = i;
                     return false;
                 }
+                lastSize = x.size;
             }
         } else {
             MQ_AVIIBPINDEX_ENTRY ie = fromBytes<MQ_AVIIBPINDEX_ENTRY>(e);
@@ -341,20 +281,19 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
             x.displayNumber = d;
             x.size = ie.dwSizeAndType & MQ_IBP_SIZEMASK;
             switch (ie.dwSizeAndType >> MQ_IBP_TYPESHIFT) {
-            case 0: {
+            case 0:
                 x.frameType = kFrameTypeKey;
-                std::uint32_t distance = i - lastKey;
-                if (distance > 2)
-                    m_nMaxGopLength = std::max(m_nMaxGopLength, distance);
+                m_nMaxGopLength = std::max(m_nMaxGopLength, i - lastKey);
                 lastKey = i;
                 break;
-            }
             case 1:
                 x.frameType = kFrameTypeP;
+                anyNonKey = true;
                 break;
             case 2:
             case 3:
                 x.frameType = kFrameTypeB;
+                anyNonKey = true;
                 break;
             default:
                 x.frameType = kFrameTypeKey;
@@ -363,6 +302,16 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
             }
         }
     }
+    // A group that runs to the end of the chunk (a clip of one GOP), or
+    // groups of an I and a P frame, are groups all the same.
+    if (anyNonKey)
+        m_nMaxGopLength = std::max({m_nMaxGopLength, count - lastKey, 2u});
+    else
+        m_nMaxGopLength = 1;
+    AviStream& owner = m_pAviStreams[stream];
+    if (owner.m_nGopLength == 0)
+        owner.m_nGopLength = m_nMaxGopLength;
+    indexAudioStarts(stream);
     markResident(stream, chunk);
     return true;
 }
@@ -383,8 +332,8 @@ bool FileReader::residentFromParsed(int stream, std::uint64_t chunk)
         if (chunk != kIdx1Chunk)
             m_nMaxGopLength = p.maxGopLength;
         p.entries = nullptr;
-        m_Resident = p;
-        m_AudioHint = p.audioHint;
+        m_AudioEntryStart = std::move(p.audioStarts);
+        m_Resident = std::move(p);
         return true;
     }
     return false;
@@ -424,43 +373,87 @@ IndexEntry* FileReader::getIndexEntryV(unsigned int sample)
     return i < m_nIndexCount ? &m_pIndex[i] : nullptr;
 }
 
+void FileReader::indexAudioStarts(int stream)
+{
+    m_AudioEntryStart.clear();
+    unsigned nBlockAlign = blockAlignOf(stream);
+    if (!get_IsAudio(stream) || nBlockAlign == 0)
+        return;
+    m_AudioEntryStart.reserve(std::size_t(m_nIndexCount) + 1);
+    std::uint64_t at = std::uint64_t(m_nIndexStartSample) * nBlockAlign;
+    bool aligned = true;
+    for (std::uint32_t i = 0; i < m_nIndexCount; ++i) {
+        m_AudioEntryStart.push_back(at);
+        at += m_pIndex[i].size;
+        aligned = aligned && m_pIndex[i].size % nBlockAlign == 0;
+    }
+    m_AudioEntryStart.push_back(at);
+    // Chunks that are not whole blocks are read byte for byte; said once.
+    if (!aligned && !m_bWarnedAudioAlign) {
+        m_bWarnedAudioAlign = true;
+        MORVANE_ASSERT(aligned);
+    }
+}
+
+bool FileReader::findAudioEntry(std::uint64_t byte, std::uint32_t& entry, std::uint64_t& entryStart)
+{
+    unsigned nBlockAlign = blockAlignOf(m_nCurrentStream);
+    std::uint64_t sample = nBlockAlign ? byte / nBlockAlign : 0;
+    if (nBlockAlign == 0 || sample > 0xFFFFFFFFu || !ensureSampleInRam(static_cast<unsigned int>(sample)) ||
+        m_nIndexCount == 0 || m_AudioEntryStart.size() != std::size_t(m_nIndexCount) + 1)
+        return false;
+    auto it = std::upper_bound(m_AudioEntryStart.begin(), m_AudioEntryStart.end(), byte);
+    if (it == m_AudioEntryStart.begin() || it == m_AudioEntryStart.end())
+        return false;
+    entry = static_cast<std::uint32_t>(it - m_AudioEntryStart.begin() - 1);
+    entryStart = m_AudioEntryStart[entry];
+    return true;
+}
+
 IndexEntry* FileReader::getIndexEntryA(unsigned int sample, unsigned int& samplesLeft, unsigned int& entryStart)
 {
-    if (!ensureSampleInRam(sample) || m_nIndexCount == 0)
-        return nullptr;
     unsigned nBlockAlign = blockAlignOf(m_nCurrentStream);
-    if (nBlockAlign == 0)
-        return nullptr;
-    std::uint64_t start = m_nIndexStartSample;
     std::uint32_t i = 0;
-    if (m_AudioHint.valid && m_AudioHint.entry < m_nIndexCount && sample >= m_AudioHint.start) {
-        i = m_AudioHint.entry;
-        start = m_AudioHint.start;
+    std::uint64_t start = 0;
+    if (nBlockAlign == 0 || !findAudioEntry(std::uint64_t(sample) * nBlockAlign, i, start))
+        return nullptr;
+    std::uint64_t end = start + m_pIndex[i].size;
+    entryStart = static_cast<unsigned int>(start / nBlockAlign);
+    samplesLeft = static_cast<unsigned int>((end - std::uint64_t(sample) * nBlockAlign) / nBlockAlign);
+    return &m_pIndex[i];
+}
+
+unsigned int FileReader::get_StoredFrame(unsigned int sample)
+{
+    IndexEntry* e = getIndexEntryV(sample);
+    if (!e || e->size != 0)
+        return sample;
+    for (unsigned int s = sample; s-- > 0;) {
+        e = getIndexEntryV(s);
+        if (!e)
+            break;
+        if (e->size != 0)
+            return s;
     }
-    bool aligned = true;
-    for (; i < m_nIndexCount; ++i) {
-        IndexEntry* pEntry = &m_pIndex[i];
-        MORVANE_ASSERT(pEntry->size%nBlockAlign==0);
-        aligned = aligned && pEntry->size % nBlockAlign == 0;
-        std::uint64_t n = pEntry->size / nBlockAlign;
-        if (sample >= start && sample - start < n) {
-            if (aligned)
-                m_AudioHint = {true, i, start};
-            entryStart = static_cast<unsigned int>(start);
-            samplesLeft = static_cast<unsigned int>(n - (sample - start));
-            return pEntry;
-        }
-        start += n;
+    const unsigned int length = get_Length(m_nCurrentStream);
+    for (unsigned int s = sample + 1; s < length; ++s) {
+        e = getIndexEntryV(s);
+        if (!e)
+            break;
+        if (e->size != 0)
+            return s;
     }
-    return nullptr;
+    return sample;
 }
 
 HRESULT FileReader::get_IndexEntry(unsigned int dwIndex, IndexEntry** entry)
 {
-    if (ensureSampleInRam(dwIndex) && dwIndex - m_nIndexStartSample < m_nIndexCount) {
-        MORVANE_ASSERT(dwIndex >= m_nIndexStartSample);
+    // An empty entry stands for the frame that is shown in its place.
+    unsigned int stored = get_StoredFrame(dwIndex);
+    if (ensureSampleInRam(stored) && stored - m_nIndexStartSample < m_nIndexCount) {
+        MORVANE_ASSERT(stored >= m_nIndexStartSample);
         if (entry)
-            *entry = &m_pIndex[dwIndex - m_nIndexStartSample];
+            *entry = &m_pIndex[stored - m_nIndexStartSample];
         return S_OK;
     }
     MORVANE_ASSERT(FALSE);

@@ -25,18 +25,27 @@ HRESULT FileReader::essenceOpen(unsigned int stream)
     if (static_cast<int>(stream) != m_nCurrentStream) {
         m_dwAudioBufferStart = 0;
         m_dwAudioBufferLength = 0;
+        m_qwAudioCacheStart = 0;
+        m_cbAudioCacheBytes = 0;
     }
     bool loaded;
-    if (m_pAviStreams[stream].m_dwSuperIndexChunkId != 0) {
+    // An indx with no entries leaves the stream to the idx1 or the walk.
+    if (!m_pAviStreams[stream].m_SuperIndex.empty()) {
         loaded = LoadINDX(static_cast<int>(stream), 0);
-    } else if (m_cbIdx1Size != 0) {
+    } else if (m_eFileIndexSource != IndexSource::none) {
         loaded = LoadIDX1(static_cast<int>(stream));
     } else {
         setLastError(L"No index table.");
+        loaded = false;
+    }
+    if (!loaded) {
+        // Nothing of another stream may be served as this one's.
+        freeIndex();
+        m_nCurrentStream = -1;
+        m_qwAudioCacheStart = 0;
+        m_cbAudioCacheBytes = 0;
         return E_FAIL;
     }
-    if (!loaded)
-        return E_FAIL;
     m_nCurrentStream = static_cast<int>(stream);
     return S_OK;
 }
@@ -54,7 +63,7 @@ HRESULT FileReader::ReadVideo(unsigned int first, unsigned int count, unsigned c
     std::vector<std::uint64_t> positions;
     std::uint64_t end = 0;
     for (unsigned int k = 0; k < count && first + k >= first; ++k) {
-        IndexEntry* e = getIndexEntryV(first + k);
+        IndexEntry* e = getIndexEntryV(get_StoredFrame(first + k));
         if (!e)
             break;
         // A frame stored before the first cannot be in the same forward read.
@@ -132,7 +141,7 @@ void FileReader::prefetchVideo(unsigned int first, unsigned int count)
     std::uint64_t start = UINT64_MAX;
     std::uint64_t end = 0;
     for (unsigned int k = 0; k < count && first + k >= first; ++k) {
-        IndexEntry* e = getIndexEntryV(first + k);
+        IndexEntry* e = getIndexEntryV(get_StoredFrame(first + k));
         if (!e)
             break;
         std::uint64_t position = e->offset;
@@ -163,29 +172,29 @@ HRESULT FileReader::ReadVideo(unsigned int sample, unsigned char* buf, unsigned 
     return hr;
 }
 
-HRESULT FileReader::CacheAudioData(unsigned int sample)
+HRESULT FileReader::cacheAudioBytes(std::uint64_t byte)
 {
-    MORVANE_ASSERT(m_nCurrentStream >= 0);
-    unsigned int samplesLeft = 0;
-    unsigned int entryStart = 0;
-    IndexEntry* pEntry = getIndexEntryA(sample, samplesLeft, entryStart);
-    if (!pEntry)
-        return sample < get_Length(m_nCurrentStream) ? E_FAIL : E_HANDLE_EOF;
-    MORVANE_ASSERT(pEntry->size < 0x100000);
+    std::uint32_t i = 0;
+    std::uint64_t entryStart = 0;
+    if (!findAudioEntry(byte, i, entryStart))
+        return E_FAIL;
+    const std::uint64_t position = m_pIndex[i].offset;
+    const std::uint32_t size = m_pIndex[i].size;
+    MORVANE_ASSERT(size < 0x100000);
     std::uint64_t fileSize = getSize();
-    if (pEntry->offset > fileSize || pEntry->size > fileSize - pEntry->offset) {
+    if (position > fileSize || size > fileSize - position) {
         setLastError(Morvane::format(L"Audio chunk at %llu runs past the end of the file. ",
-                                     static_cast<unsigned long long>(pEntry->offset)));
+                                     static_cast<unsigned long long>(position)));
         return E_HANDLE_EOF;
     }
-    std::uint64_t need = std::uint64_t(pEntry->size) + 2ull * getSectorSize();
+    std::uint64_t need = std::uint64_t(size) + 2ull * getSectorSize();
     if (m_AudioBuffer.getCapacity() < need && !m_AudioBuffer.alloc(static_cast<unsigned long>(need)))
         return E_OUTOFMEMORY;
     m_dwAudioBufferStart = 0;
     m_dwAudioBufferLength = 0;
+    m_qwAudioCacheStart = 0;
+    m_cbAudioCacheBytes = 0;
     m_AudioBuffer.clear();
-    std::uint64_t position = pEntry->offset;
-    std::uint32_t size = pEntry->size;
     HRESULT hr = seek(static_cast<unsigned long>(position), 0);
     if (FAILED(hr))
         return hr;
@@ -198,11 +207,23 @@ HRESULT FileReader::CacheAudioData(unsigned int sample)
     std::uint32_t got = cbActual > offset ? cbActual - offset : 0;
     MORVANE_ASSERT(got >= size);
     unsigned nBlockAlign = blockAlignOf(m_nCurrentStream);
-    m_dwAudioBufferStart = entryStart;
-    m_dwAudioBufferLength = std::min(got, size) / nBlockAlign;
+    m_qwAudioCacheStart = entryStart;
+    m_cbAudioCacheBytes = std::min(got, size);
+    m_dwAudioBufferStart = static_cast<std::uint32_t>(entryStart / nBlockAlign);
+    m_dwAudioBufferLength = m_cbAudioCacheBytes / nBlockAlign;
     m_AudioBuffer.setUsed(cbActual);
     if (offset < cbActual)
         m_AudioBuffer.setOffset(offset);
+    return hr;
+}
+
+HRESULT FileReader::CacheAudioData(unsigned int sample)
+{
+    MORVANE_ASSERT(m_nCurrentStream >= 0);
+    unsigned nBlockAlign = blockAlignOf(m_nCurrentStream);
+    HRESULT hr = nBlockAlign ? cacheAudioBytes(std::uint64_t(sample) * nBlockAlign) : E_FAIL;
+    if (hr == E_FAIL && sample >= get_Length(m_nCurrentStream))
+        return E_HANDLE_EOF;
     return hr;
 }
 
@@ -219,42 +240,39 @@ HRESULT FileReader::ReadAudio(unsigned int first, unsigned int count, unsigned c
         setLastError(L"Buffer too small");
         return E_BUFFER_TOO_SMALL;
     }
-    unsigned int done = 0;
-    unsigned int next = first;
-    auto copyFromCache = [&](unsigned int wanted) {
-        unsigned int inCache = m_dwAudioBufferLength - (next - m_dwAudioBufferStart);
-        unsigned int nSamples2Copy = std::min(inCache, wanted);
-        MORVANE_ASSERT(nSamples2Copy <= m_dwAudioBufferLength);
-        const unsigned char* from = m_AudioBuffer.getBuffer(0) + m_AudioBuffer.getOffset() +
-                                    std::size_t(next - m_dwAudioBufferStart) * nBlockAlign;
-        std::memcpy(buf + std::size_t(done) * nBlockAlign, from, std::size_t(nSamples2Copy) * nBlockAlign);
-        done += nSamples2Copy;
-        next += nSamples2Copy;
-    };
-    auto cached = [&] {
-        return next >= m_dwAudioBufferStart && next - m_dwAudioBufferStart < m_dwAudioBufferLength;
-    };
-    if (count && cached())
-        copyFromCache(count);
+    // The stream is the bytes of its chunks one after another, whatever
+    // their sizes: a sample may begin in one chunk and end in the next.
+    std::uint64_t pos = std::uint64_t(first) * nBlockAlign;
+    const std::uint64_t end = pos + std::uint64_t(count) * nBlockAlign;
+    std::uint64_t done = 0;
     HRESULT hr = S_OK;
-    while (done < count) {
-        hr = CacheAudioData(next);
-        if (FAILED(hr))
-            break;
-        // A chunk read short holds nothing at next: stop rather than spin.
-        if (!cached()) {
-            setLastError(L"Failed to read audio data.");
-            hr = E_HANDLE_EOF;
-            break;
+    while (pos < end) {
+        if (pos < m_qwAudioCacheStart || pos - m_qwAudioCacheStart >= m_cbAudioCacheBytes) {
+            hr = CacheAudioData(static_cast<unsigned int>(pos / nBlockAlign));
+            if (SUCCEEDED(hr) && pos % nBlockAlign != 0 &&
+                (pos < m_qwAudioCacheStart || pos - m_qwAudioCacheStart >= m_cbAudioCacheBytes))
+                hr = cacheAudioBytes(pos);
+            if (FAILED(hr))
+                break;
+            // A chunk read short holds nothing at pos: stop rather than spin.
+            if (pos < m_qwAudioCacheStart || pos - m_qwAudioCacheStart >= m_cbAudioCacheBytes) {
+                setLastError(L"Failed to read audio data.");
+                hr = E_HANDLE_EOF;
+                break;
+            }
         }
-        copyFromCache(count - done);
+        std::uint64_t n = std::min(end - pos, m_qwAudioCacheStart + m_cbAudioCacheBytes - pos);
+        const unsigned char* from = m_AudioBuffer.getBuffer(0) + m_AudioBuffer.getOffset() + (pos - m_qwAudioCacheStart);
+        std::memcpy(buf + done, from, static_cast<std::size_t>(n));
+        done += n;
+        pos += n;
     }
-    // What was copied before a failure counts too: a read that runs past
-    // the end of the stream still hands over the samples that exist.
+    // What was copied before a failure counts too, in whole samples: a read
+    // that runs past the end of the stream still hands over what exists.
     if (offset)
         *offset = 0;
     if (bytes)
-        *bytes = done * nBlockAlign;
+        *bytes = static_cast<unsigned int>(done - done % nBlockAlign);
     return hr;
 }
 
@@ -285,7 +303,10 @@ HRESULT FileReader::essenceRead(unsigned int first, unsigned int count, unsigned
 
 bool FileReader::findKeyframe(unsigned int sample, bool forward, unsigned int& found)
 {
-    if (m_nMaxGopLength == 1) {
+    const unsigned int gop = ValidStream(m_nCurrentStream) && m_pAviStreams[m_nCurrentStream].m_nGopLength
+                                 ? m_pAviStreams[m_nCurrentStream].m_nGopLength
+                                 : m_nMaxGopLength;
+    if (gop == 1 && m_nMaxGopLength == 1) {
         found = sample;
         return true;
     }
@@ -293,22 +314,24 @@ bool FileReader::findKeyframe(unsigned int sample, bool forward, unsigned int& f
         MORVANE_ASSERT(FALSE);
         return false;
     }
-    unsigned int dwStart = sample;
-    MORVANE_ASSERT(dwStart >= m_nIndexStartSample);
-    std::uint32_t i = dwStart - m_nIndexStartSample;
-    for (;;) {
-        if (i >= m_nIndexCount)
+    MORVANE_ASSERT(sample >= m_nIndexStartSample);
+    // Across index chunks: a group may begin in the chunk before.
+    for (unsigned int s = sample;;) {
+        IndexEntry* e = getIndexEntryV(s);
+        if (!e)
             return false;
-        if (m_pIndex[i].frameType < 5) {
-            found = m_nIndexStartSample + i;
+        if (e->frameType < 5) {
+            found = s;
             return true;
         }
         if (forward) {
-            ++i;
-        } else {
-            if (i == 0)
+            if (s == 0xFFFFFFFFu)
                 return false;
-            --i;
+            ++s;
+        } else {
+            if (s == 0)
+                return false;
+            --s;
         }
     }
 }
@@ -358,7 +381,8 @@ unsigned int FileReader::get_GopSize(int stream)
         return 1;
     if ((!hasIndex() || m_nCurrentStream != stream) && FAILED(essenceOpen(static_cast<unsigned int>(stream))))
         return 1;
-    return m_nMaxGopLength;
+    // The first chunk's answer, whichever chunk is resident now.
+    return m_pAviStreams[stream].m_nGopLength ? m_pAviStreams[stream].m_nGopLength : m_nMaxGopLength;
 }
 
 HRESULT FileReader::get_PresentationOrder(unsigned int first, unsigned int count, unsigned int* out)

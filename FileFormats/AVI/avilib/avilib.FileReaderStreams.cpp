@@ -44,6 +44,9 @@ unsigned int FileReader::get_Length(int n) const
 {
     if (!ValidStream(n))
         return 0;
+    // The index lists what is there; header totals are often stale or 0.
+    if (m_pAviStreams[n].m_bIndexLengthKnown)
+        return m_pAviStreams[n].m_nIndexLength;
     if (get_IsVideo(n) && m_OpenDmlHeader.fcc == ckid::dmlh)
         return m_OpenDmlHeader.dwTotalFrames;
     return m_pAviStreams[n].strh.dwLength;
@@ -104,7 +107,8 @@ bool FileReader::get_HasIndexTable(int n) const
 {
     if (!get_IsVideo(n))
         return false;
-    return m_cbIdx1Size != 0 || m_pAviStreams[n].m_dwSuperIndexChunkId != 0;
+    return !m_pAviStreams[n].m_SuperIndex.empty() ||
+           (m_eFileIndexSource != IndexSource::none && !m_FileIndex[n].empty());
 }
 
 bool FileReader::get_IsTimeCode(int) const

@@ -291,6 +291,7 @@ constexpr std::uint32_t movi = makeFourCC("movi");
 constexpr std::uint32_t idx1 = makeFourCC("idx1");
 constexpr std::uint32_t JUNK = makeFourCC("JUNK");
 constexpr std::uint32_t INFO = makeFourCC("INFO");
+constexpr std::uint32_t rec = makeFourCC("rec ");
 } // namespace ckid
 
 // Stream types.
