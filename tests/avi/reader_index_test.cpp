@@ -190,11 +190,8 @@ INSTANTIATE_TEST_SUITE_P(
     Reader, StandardIndexFaults,
     testing::Values(
         IndexFault{"UnknownSubType", 0, {{100}}, 7, AVI_INDEX_OF_CHUNKS, "LoadINDX Error: unknown chunk type"},
-        IndexFault{"ZeroSize", 0, {{100}, {0}}, 0, AVI_INDEX_OF_CHUNKS, "LoadINDX invalid entry size."},
         IndexFault{"HugeSize", 0, {{100}, {100, 0, 0, 0, 0x1000001}}, 0, AVI_INDEX_OF_CHUNKS,
                    "LoadINDX invalid entry size."},
-        IndexFault{"FieldZeroSize", 1, {{100}, {0}}, 1, AVI_INDEX_OF_CHUNKS,
-                   "A zero length indx index entry was found."},
         IndexFault{"FieldCorruptSize", 1, {{10}, {10, 0, 0, 0, 1001}}, 1, AVI_INDEX_OF_CHUNKS,
                    "A corrupt indx index entry was found."}),
     [](const testing::TestParamInfo<IndexFault>& i) { return std::string(i.param.name); });
