@@ -37,6 +37,9 @@ public:
     // One frame, or the whole group that gop describes, into one block.
     bool readVideo(Vl::Ptr<iMemHolder>& out, unsigned frame, Vl::Ptr<IndexInfo>& gop);
     int readVideo(Vl::Ptr<FrameBuffer>& out, Vl::Ptr<VideoReadRequest>& request);
+    // The frame whose bytes the file shows at `frame` (itself unless its
+    // entry is empty: a dropped frame).
+    unsigned storedFrame(unsigned frame);
     int readAudio(Aud::StreamBufferList& buffers, Vl::Ptr<AudioReadRequest>& request);
 
     bool isOpen() const { return reader_ != nullptr; }

@@ -128,7 +128,20 @@ int FileInfo::readVideo(Vl::Ptr<FrameBuffer>& out, Vl::Ptr<VideoReadRequest>& re
     if (!readVideo(memory, request->getFrame(), request->getIndexInfo()))
         return RequestStatus::eFailed;
     out = Vl::Ptr<FrameBuffer>(new FrameBuffer(metadata(), memory, request->getIndexInfo()));
+    if (!request->getIndexInfo()) {
+        unsigned stored = storedFrame(request->getFrame());
+        if (stored != request->getFrame())
+            out->setRepeatOf(stored);
+    }
     return RequestStatus::eCompleted;
+}
+
+unsigned FileInfo::storedFrame(unsigned frame)
+{
+    CriticalSection::Lock fileLock(lock());
+    if (!reader_ || VlErrFromHresult(reader_->essenceOpen(videoStream_)) != kErrSuccess)
+        return frame;
+    return reader_->get_StoredFrame(frame);
 }
 
 void FileInfo::VlFileIxCache_open(Vl::Ptr<IndexInfo>& out, unsigned frame)

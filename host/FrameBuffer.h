@@ -21,8 +21,20 @@ public:
     const unsigned char* bytes() const;
     std::uint32_t size() const;
 
+    // A frame the file has no picture of its own for (a dropped frame of a
+    // capture): the bytes are those of frame repeatOf(), shown again here.
+    void setRepeatOf(std::uint32_t frame)
+    {
+        repeat_ = true;
+        repeatOf_ = frame;
+    }
+    bool isRepeat() const { return repeat_; }
+    std::uint32_t repeatOf() const { return repeatOf_; }
+
 private:
     Vl::Ptr<PlayFileMetadata> metadata_;
     Vl::Ptr<iMemHolder> memory_;
     Vl::Ptr<IndexInfo> index_;
+    bool repeat_ = false;
+    std::uint32_t repeatOf_ = 0;
 };

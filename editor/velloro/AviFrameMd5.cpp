@@ -93,6 +93,12 @@ bool videoLines(FileReader& r, int stream, int outIndex, std::string& out, std::
     std::size_t capacity = 0;
     Block block;
     for (unsigned i = 0; i < length; ++i) {
+        // A dropped frame is an empty packet, and none before the first picture.
+        if (unsigned stored = r.get_StoredFrame(i); stored != i) {
+            if (stored < i)
+                append(out, "%d, %10u, %10u, %8d, %8u, %s\n", outIndex, i, i, 1, 0u, Md5::of(nullptr, 0).c_str());
+            continue;
+        }
         IndexEntry* entry = nullptr;
         if (FAILED(r.get_IndexEntry(i, &entry)) || !entry)
             break;

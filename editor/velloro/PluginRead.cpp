@@ -248,8 +248,14 @@ bool pluginFrameMd5(Vl::FileReaderResource& reader, const std::wstring& path, st
                 reader.waitForIdle();
                 return false;
             }
-            append(out, "0, %10u, %10u, %8d, %8u, %s\n", i, i, 1, frame->size(),
-                   Md5::of(frame->bytes(), frame->size()).c_str());
+            // A dropped frame is the empty packet ffmpeg hands over, and
+            // none at all before the first picture; the frames after it
+            // keep their own times.
+            if (!frame->isRepeat())
+                append(out, "0, %10u, %10u, %8d, %8u, %s\n", i, i, 1, frame->size(),
+                       Md5::of(frame->bytes(), frame->size()).c_str());
+            else if (frame->repeatOf() < i)
+                append(out, "0, %10u, %10u, %8d, %8u, %s\n", i, i, 1, 0u, Md5::of(nullptr, 0).c_str());
             for (std::unique_ptr<AudioDigest>& stream : audio)
                 stream->askUpTo(a.lengthInSamples() * (i + 1) / length);
         }
