@@ -10,6 +10,7 @@ packages=(
     libgtest-dev libgmock-dev
     libbenchmark-dev
     ffmpeg            # makes test files and checks ours (ffprobe, framemd5)
+    gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good  # corpus files as GStreamer's avimux writes them
     python3 time      # scripts/bench.sh: its report and peak memory
     clang libclang-rt-14-dev  # libFuzzer targets
 )

@@ -8,27 +8,8 @@
 set -euo pipefail
 
 command -v ffmpeg >/dev/null || { echo "ffmpeg is missing: run scripts/install-deps.sh" >&2; exit 1; }
-ff=(ffmpeg -nostdin -hide_banner -loglevel error -y)
-
-# The reference lines: every video packet, then one MD5 line per audio stream.
-reference() {
-    local f=$1
-    local streams
-    streams=$(ffprobe -v error -show_entries stream=codec_type -of csv=p=0 "$f")
-    {
-        if grep -q video <<<"$streams"; then
-            "${ff[@]}" -i "$f" -map 0:v -c copy -f framemd5 -
-        fi
-        local n=0
-        while read -r kind; do
-            if [ "$kind" = audio ]; then
-                printf 'audio %d ' "$n"
-                "${ff[@]}" -i "$f" -map "0:a:$n" -c copy -f md5 -
-                n=$((n + 1))
-            fi
-        done <<<"$streams"
-    } >"$f.framemd5"
-}
+# ff and reference(): the framemd5 lines beside each file
+source "$(dirname "${BASH_SOURCE[0]}")/reference.sh"
 
 if [ "${1:-}" = "--large" ]; then
     out=$2
