@@ -38,6 +38,9 @@ struct AviStream
     // GOP length, fixed by the first index chunk loaded (0: none loaded),
     // so that the answer does not change with the chunk resident.
     std::uint32_t m_nGopLength;
+    // Audio: the stream's first byte in each standard index chunk, and the
+    // end (entries + 1), so that chunks that end inside a block are found.
+    std::vector<std::uint64_t> m_AudioChunkStart;
 };
 
 class FileReader : public Pell::CFileReaderUnbuffered
@@ -192,7 +195,10 @@ private:
     // that a chunk that is not whole blocks loses nothing and a lookup is
     // a binary search.
     bool findAudioEntry(std::uint64_t byte, std::uint32_t& entry, std::uint64_t& entryStart);
-    void indexAudioStarts(int stream);
+    void indexAudioStarts(int stream, std::uint64_t byteStart);
+    bool audioChunkStarts(int stream);
+    bool loadIndxChunk(int stream, std::size_t k, std::uint64_t startSample, std::uint32_t residentLength,
+                       std::uint64_t byteStart);
     HRESULT cacheAudioBytes(std::uint64_t byte);
     std::vector<std::uint64_t> m_AudioEntryStart;
     std::uint64_t m_qwAudioCacheStart = 0;

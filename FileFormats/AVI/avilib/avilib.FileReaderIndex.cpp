@@ -107,7 +107,7 @@ bool FileReader::LoadIDX1(int stream)
     m_nIndexCount = count;
     m_nIndexStartSample = 0;
     m_nResidentLength = m_pAviStreams[stream].strh.fccType == streamtype::auds ? get_Length(stream) : count;
-    indexAudioStarts(stream);
+    indexAudioStarts(stream, 0);
     markResident(stream, kIdx1Chunk);
     return true;
 }
@@ -134,6 +134,39 @@ std::uint32_t FileReader::ibpHeaderSkip(const MQ_AVIIBPINDEX_ENTRY& first, std::
     return isHeader ? sizeof(RIFFCHUNK) : 0;
 }
 
+bool FileReader::audioChunkStarts(int stream)
+{
+    AviStream& s = m_pAviStreams[stream];
+    unsigned nBlockAlign = blockAlignOf(stream);
+    if (!s.m_AudioChunkStart.empty() || nBlockAlign == 0)
+        return !s.m_AudioChunkStart.empty();
+    // Each chunk's bytes, summed from its entries: the durations count
+    // whole blocks and lose the bytes of chunks that end inside one.
+    std::vector<std::uint64_t> starts{0};
+    CByteBuffer buf;
+    for (const AVISUPERINDEX_ENTRY& e : s.m_SuperIndex) {
+        const unsigned char* p = nullptr;
+        std::uint32_t got = 0;
+        std::uint64_t bytes = std::uint64_t(e.dwDuration) * nBlockAlign;
+        if (readAt(e.qwOffset, buf, e.dwSize, p, got) && got >= sizeof(AVISTDINDEX)) {
+            AVISTDINDEX head = fromBytes<AVISTDINDEX>(p);
+            if (head.bIndexSubType == AVI_INDEX_SUB_DEFAULT && head.bIndexType == AVI_INDEX_OF_CHUNKS &&
+                head.nEntriesInUse <= (got - sizeof(AVISTDINDEX)) / sizeof(AVISTDINDEX_ENTRY)) {
+                bytes = 0;
+                for (std::uint32_t i = 0; i < head.nEntriesInUse; ++i)
+                    bytes += fromBytes<AVISTDINDEX_ENTRY>(p + sizeof(AVISTDINDEX) + std::size_t(i) * 8).dwSize &
+                             AVISTDINDEX_SIZEMASK;
+            }
+        }
+        starts.push_back(starts.back() + bytes);
+    }
+    s.m_AudioChunkStart = std::move(starts);
+    s.m_bIndexLengthKnown = true;
+    s.m_nIndexLength =
+        static_cast<std::uint32_t>(std::min<std::uint64_t>(s.m_AudioChunkStart.back() / nBlockAlign, 0xFFFFFFFFu));
+    return true;
+}
+
 bool FileReader::LoadINDX(int stream, unsigned int sample)
 {
     if (!ValidStream(stream) || m_pAviStreams[stream].m_SuperIndex.empty()) {
@@ -141,6 +174,20 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
         return false;
     }
     const AviStream& s = m_pAviStreams[stream];
+    unsigned nBlockAlign = blockAlignOf(stream);
+    if (get_IsAudio(stream) && audioChunkStarts(stream)) {
+        const std::vector<std::uint64_t>& starts = s.m_AudioChunkStart;
+        std::uint64_t byte = std::uint64_t(sample) * nBlockAlign;
+        auto it = std::upper_bound(starts.begin(), starts.end(), byte);
+        if (it == starts.begin() || it == starts.end()) {
+            setLastError(L"Failed to find superindex.");
+            return false;
+        }
+        std::size_t k = static_cast<std::size_t>(it - starts.begin() - 1);
+        std::uint64_t first = starts[k] / nBlockAlign;
+        std::uint64_t end = (starts[k + 1] + nBlockAlign - 1) / nBlockAlign;
+        return loadIndxChunk(stream, k, first, static_cast<std::uint32_t>(end - first), starts[k]);
+    }
     std::uint64_t start = 0;
     const AVISUPERINDEX_ENTRY* entry = nullptr;
     for (const AVISUPERINDEX_ENTRY& e : s.m_SuperIndex) {
@@ -154,7 +201,15 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
         setLastError(L"Failed to find superindex.");
         return false;
     }
-    const std::uint64_t chunk = static_cast<std::uint64_t>(entry - s.m_SuperIndex.data());
+    return loadIndxChunk(stream, static_cast<std::size_t>(entry - s.m_SuperIndex.data()), start, entry->dwDuration,
+                         start * nBlockAlign);
+}
+
+bool FileReader::loadIndxChunk(int stream, std::size_t k, std::uint64_t start, std::uint32_t residentLength,
+                               std::uint64_t byteStart)
+{
+    const AVISUPERINDEX_ENTRY* entry = &m_pAviStreams[stream].m_SuperIndex[k];
+    const std::uint64_t chunk = k;
     if (residentFromParsed(stream, chunk))
         return true;
     m_nIndexStartSample = static_cast<std::uint32_t>(start);
@@ -208,7 +263,7 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
     freeIndex();
     m_nMaxGopLength = 1;
     m_nIndexStartSample = static_cast<std::uint32_t>(start);
-    m_nResidentLength = entry->dwDuration;
+    m_nResidentLength = residentLength;
     const unsigned char* entries = p + sizeof(AVISTDINDEX);
     // Count against the bytes actually read before allocating anything.
     if (head.nEntriesInUse > (have - sizeof(AVISTDINDEX)) / entrySize) {
@@ -311,7 +366,7 @@ bool FileReader::LoadINDX(int stream, unsigned int sample)
     AviStream& owner = m_pAviStreams[stream];
     if (owner.m_nGopLength == 0)
         owner.m_nGopLength = m_nMaxGopLength;
-    indexAudioStarts(stream);
+    indexAudioStarts(stream, byteStart);
     markResident(stream, chunk);
     return true;
 }
@@ -373,14 +428,14 @@ IndexEntry* FileReader::getIndexEntryV(unsigned int sample)
     return i < m_nIndexCount ? &m_pIndex[i] : nullptr;
 }
 
-void FileReader::indexAudioStarts(int stream)
+void FileReader::indexAudioStarts(int stream, std::uint64_t byteStart)
 {
     m_AudioEntryStart.clear();
     unsigned nBlockAlign = blockAlignOf(stream);
     if (!get_IsAudio(stream) || nBlockAlign == 0)
         return;
     m_AudioEntryStart.reserve(std::size_t(m_nIndexCount) + 1);
-    std::uint64_t at = std::uint64_t(m_nIndexStartSample) * nBlockAlign;
+    std::uint64_t at = byteStart;
     bool aligned = true;
     for (std::uint32_t i = 0; i < m_nIndexCount; ++i) {
         m_AudioEntryStart.push_back(at);
@@ -399,9 +454,29 @@ bool FileReader::findAudioEntry(std::uint64_t byte, std::uint32_t& entry, std::u
 {
     unsigned nBlockAlign = blockAlignOf(m_nCurrentStream);
     std::uint64_t sample = nBlockAlign ? byte / nBlockAlign : 0;
-    if (nBlockAlign == 0 || sample > 0xFFFFFFFFu || !ensureSampleInRam(static_cast<unsigned int>(sample)) ||
-        m_nIndexCount == 0 || m_AudioEntryStart.size() != std::size_t(m_nIndexCount) + 1)
+    if (nBlockAlign == 0 || sample > 0xFFFFFFFFu)
         return false;
+    auto covers = [&] {
+        return m_pIndex && m_nIndexCount != 0 && m_AudioEntryStart.size() == std::size_t(m_nIndexCount) + 1 &&
+               byte >= m_AudioEntryStart.front() && byte < m_AudioEntryStart.back();
+    };
+    if (!covers()) {
+        // The chunk that holds this byte, which may not be the one that
+        // holds the sample's first byte.
+        const AviStream& s = m_pAviStreams[m_nCurrentStream];
+        if (s.m_SuperIndex.empty() || !audioChunkStarts(m_nCurrentStream))
+            return false;
+        const std::vector<std::uint64_t>& starts = s.m_AudioChunkStart;
+        auto at = std::upper_bound(starts.begin(), starts.end(), byte);
+        if (at == starts.begin() || at == starts.end())
+            return false;
+        std::size_t k = static_cast<std::size_t>(at - starts.begin() - 1);
+        std::uint64_t first = starts[k] / nBlockAlign;
+        std::uint64_t end = (starts[k + 1] + nBlockAlign - 1) / nBlockAlign;
+        if (!loadIndxChunk(m_nCurrentStream, k, first, static_cast<std::uint32_t>(end - first), starts[k]) ||
+            !covers())
+            return false;
+    }
     auto it = std::upper_bound(m_AudioEntryStart.begin(), m_AudioEntryStart.end(), byte);
     if (it == m_AudioEntryStart.begin() || it == m_AudioEntryStart.end())
         return false;
