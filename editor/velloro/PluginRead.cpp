@@ -201,7 +201,8 @@ bool pluginProbe(Vl::FileReaderResource& reader, const std::wstring& path, bool 
     return true;
 }
 
-bool pluginFrameMd5(Vl::FileReaderResource& reader, const std::wstring& path, std::string& out, std::string& error)
+bool pluginFrameMd5(Vl::FileReaderResource& reader, const std::wstring& path, std::string& out, std::string& error,
+                    bool asServed)
 {
     Vl::Ptr<FileReadInstance> file = openThrough(reader, path, error);
     if (!file)
@@ -251,7 +252,7 @@ bool pluginFrameMd5(Vl::FileReaderResource& reader, const std::wstring& path, st
             // A dropped frame is the empty packet ffmpeg hands over, and
             // none at all before the first picture; the frames after it
             // keep their own times.
-            if (!frame->isRepeat())
+            if (!frame->isRepeat() || asServed)
                 append(out, "0, %10u, %10u, %8d, %8u, %s\n", i, i, 1, frame->size(),
                        Md5::of(frame->bytes(), frame->size()).c_str());
             else if (frame->repeatOf() < i)

@@ -15,8 +15,10 @@ bool pluginProbe(Vl::FileReaderResource& reader, const std::wstring& path, bool 
 
 // ffmpeg's framemd5 lines of the first video stream, read with many requests
 // in flight, then one "audio N MD5=<hex>" line per audio stream read with
-// audio requests.
-bool pluginFrameMd5(Vl::FileReaderResource& reader, const std::wstring& path, std::string& out, std::string& error);
+// audio requests. A dropped frame is ffmpeg's empty packet, or, asServed,
+// the frame the editor is handed for it.
+bool pluginFrameMd5(Vl::FileReaderResource& reader, const std::wstring& path, std::string& out, std::string& error,
+                    bool asServed = false);
 
 int pluginProbeCommand(const char* path, bool json);
 int pluginFrameMd5Command(const char* path);
