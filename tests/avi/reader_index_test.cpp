@@ -161,6 +161,62 @@ TEST_F(OdmlFile, FieldIndexAcrossTwoChunksKeepsOneResident)
     EXPECT_EQ(r.ReadVideo(7, buf.data(), buf.size(), nullptr, nullptr), E_HANDLE_EOF);
 }
 
+// Frame types per standard index chunk (0 I, 1 P), the GOP size the
+// editor is told, and the key frame a backward search finds for each frame.
+struct GopLayout
+{
+    const char* name;
+    std::vector<std::vector<std::uint32_t>> types;
+    unsigned gopSize;
+    std::vector<unsigned> keyOf;
+};
+
+class GopLayouts : public testing::TestWithParam<GopLayout>
+{};
+
+TEST_P(GopLayouts, GopSizeAndKeyFramesHoldAtEveryFrame)
+{
+    const GopLayout& g = GetParam();
+    std::vector<std::vector<Entry>> chunks;
+    unsigned frame = 0;
+    for (const auto& types : g.types) {
+        chunks.emplace_back();
+        for (std::uint32_t t : types) {
+            std::uint32_t local = static_cast<std::uint32_t>(chunks.back().size());
+            chunks.back().push_back(Entry{100, t, frame++, local});
+        }
+    }
+    testutil::TempDir dir;
+    std::string path = (dir.path() / "gop.avi").string();
+    writeFile(path, buildOdml(AVI_INDEX_IBP, chunks, true));
+    FileReader r;
+    ASSERT_EQ(r.load(convertString(path)), S_OK);
+    ASSERT_EQ(r.get_GopSize(0), g.gopSize);
+    ASSERT_EQ(g.keyOf.size(), frame);
+    for (unsigned f = 0; f < frame; ++f) {
+        unsigned found = ~0u;
+        EXPECT_TRUE(r.get_NearestKeyFrame(0, f, FileReader::kfBackward, found)) << f;
+        EXPECT_EQ(found, g.keyOf[f]) << f;
+        // The answer does not change with the chunk that is resident.
+        EXPECT_EQ(r.get_GopSize(0), g.gopSize) << f;
+    }
+    // A group is read whole, across a chunk boundary too.
+    std::vector<unsigned> gop, order;
+    ASSERT_EQ(r.getGopAndPresentationOrder(g.keyOf.back(), gop, order), S_OK);
+    EXPECT_EQ(gop.back(), frame - 1);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Reader, GopLayouts,
+    testing::Values(GopLayout{"OneGop", {{0, 1, 1, 1, 1, 1, 1, 1}}, 8, {0, 0, 0, 0, 0, 0, 0, 0}},
+                    GopLayout{"IAndPOnly", {{0, 1, 0, 1, 0, 1}}, 2, {0, 0, 2, 2, 4, 4}},
+                    GopLayout{"IntraOnly", {{0, 0, 0}}, 1, {0, 1, 2}},
+                    GopLayout{"GroupsAcrossChunks",
+                              {{0, 1, 1, 1}, {1, 1, 0, 1}, {1, 1, 1, 1}},
+                              6,
+                              {0, 0, 0, 0, 0, 0, 6, 6, 6, 6, 6, 6}}),
+    [](const testing::TestParamInfo<GopLayout>& i) { return std::string(i.param.name); });
+
 struct IndexFault
 {
     const char* name;

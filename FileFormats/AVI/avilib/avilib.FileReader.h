@@ -38,6 +38,7 @@ struct AviStream
     // GOP length, fixed by the first index chunk loaded (0: none loaded),
     // so that the answer does not change with the chunk resident.
     std::uint32_t m_nGopLength;
+    bool m_bGopLookedAhead;
     // Audio: the stream's first byte in each standard index chunk, and the
     // end (entries + 1), so that chunks that end inside a block are found.
     std::vector<std::uint64_t> m_AudioChunkStart;

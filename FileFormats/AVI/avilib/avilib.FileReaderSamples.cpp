@@ -381,8 +381,27 @@ unsigned int FileReader::get_GopSize(int stream)
         return 1;
     if ((!hasIndex() || m_nCurrentStream != stream) && FAILED(essenceOpen(static_cast<unsigned int>(stream))))
         return 1;
-    // The first chunk's answer, whichever chunk is resident now.
-    return m_pAviStreams[stream].m_nGopLength ? m_pAviStreams[stream].m_nGopLength : m_nMaxGopLength;
+    AviStream& s = m_pAviStreams[stream];
+    if (s.m_nGopLength == 0)
+        return m_nMaxGopLength;
+    // The first chunk's answer, whichever chunk is resident now; a group
+    // still open at its end runs on into the next chunk.
+    if (s.m_nGopLength > 1 && !s.m_bGopLookedAhead && s.m_SuperIndex.size() > 1 && ensureSampleInRam(0)) {
+        s.m_bGopLookedAhead = true;
+        std::uint32_t tail = 0;
+        while (tail < m_nIndexCount && m_pIndex[m_nIndexCount - 1 - tail].frameType != kFrameTypeKey)
+            ++tail;
+        const std::uint32_t next = m_nIndexStartSample + m_nResidentLength;
+        const std::uint32_t nextEnd = next + std::min(s.m_SuperIndex[1].dwDuration, 0x10000u);
+        std::uint32_t run = tail + 1;
+        for (std::uint32_t f = next; tail < m_nIndexCount && f < nextEnd; ++f, ++run) {
+            IndexEntry* e = getIndexEntryV(f);
+            if (!e || e->frameType == kFrameTypeKey)
+                break;
+        }
+        s.m_nGopLength = std::max(s.m_nGopLength, run);
+    }
+    return s.m_nGopLength;
 }
 
 HRESULT FileReader::get_PresentationOrder(unsigned int first, unsigned int count, unsigned int* out)
