@@ -94,7 +94,6 @@ void FileReader::InitVariables()
     m_dwIdx1Position = 0xFFFFFFFF;
     m_cbIdx1Size = 0;
     m_qwMoviPosition = 0;
-    m_qwMoviSize = 0;
     m_bFollowingRiff = false;
     m_FileIndex.clear();
     m_eFileIndexSource = IndexSource::none;
@@ -370,7 +369,6 @@ HRESULT FileReader::dispatchChunk(bool& stop)
         case ckid::LIST:
             if (word(c.data) == ckid::movi) {
                 m_qwMoviPosition = cursorPosition();
-                m_qwMoviSize = c.size;
                 if (!SkipMovi()) {
                     // Nothing readable after movi: the header is complete.
                     stop = true;

@@ -190,7 +190,6 @@ private:
     std::vector<std::vector<IndexEntry>> m_FileIndex;
     IndexSource m_eFileIndexSource = IndexSource::none;
     bool m_bFollowingRiff = false;
-    std::uint64_t m_qwMoviSize = 0;
 
     // Audio by bytes: the resident records' first bytes in the stream, so
     // that a chunk that is not whole blocks loses nothing and a lookup is
