@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include "common/TempDir.h"
-#include "writer_layout_check.h"
 #include "writer_readback.h"
 
 using namespace writertest;
@@ -66,31 +65,15 @@ TEST_P(WriterFfprobe, OpensCleanlyAndGivesTheWrittenBytes)
         EXPECT_EQ(probeStream(path, 1 + static_cast<int>(a), "codec_name,sample_rate,channels"),
                   (Fields{{"codec_name", "pcm_s16le"}, {"sample_rate", "48000"}, {"channels", "2"}}));
 
-    // ffmpeg's copy gives back exactly the bytes written: video frame by
-    // frame, audio stream by stream (it may cut PCM into other packets).
-    auto lines = frameMd5(path, "0");
-    std::vector<std::vector<const FrameMd5Line*>> perStream(1 + c.audioStreams);
-    for (const FrameMd5Line& l : lines) {
-        ASSERT_GE(l.stream, 0) << l.md5;
-        ASSERT_LT(static_cast<std::uint32_t>(l.stream), perStream.size());
-        perStream[l.stream].push_back(&l);
-    }
-    ASSERT_EQ(perStream[0].size(), c.frames);
-    for (std::size_t i = 0; i < c.frames; ++i) {
-        EXPECT_EQ(perStream[0][i]->size, c.width * c.height * 2) << "frame " << i;
-        if (i < 100) {
-            EXPECT_EQ(perStream[0][i]->md5, md5Hex(written.streams[0].frames[i])) << "frame " << i;
+    // ffmpeg's copy of each stream is exactly the bytes written, in order
+    // (the frames are all one size, and counted above).
+    for (std::uint32_t k = 0; k < written.streams.size(); ++k) {
+        std::string bytes;
+        for (std::uint32_t f = 0; f < c.frames; ++f) {
+            const std::vector<unsigned char> chunk = written.chunk(k, f);
+            bytes.append(chunk.begin(), chunk.end());
         }
-    }
-    for (std::uint32_t a = 0; a < c.audioStreams; ++a) {
-        const std::vector<unsigned char>& audio = written.streams[1 + a].audio;
-        std::uint64_t bytes = 0;
-        for (const FrameMd5Line* l : perStream[1 + a])
-            bytes += l->size;
-        EXPECT_EQ(bytes, audio.size()) << "audio stream " << a;
-        std::string md5 = run("ffmpeg -v error -i '" + narrow(path) + "' -map 0:" + std::to_string(1 + a) +
-                              " -c copy -f md5 - 2>&1");
-        EXPECT_EQ(md5, "MD5=" + md5Hex(audio) + "\n") << "audio stream " << a;
+        EXPECT_TRUE(copied(path, "0:" + std::to_string(k)) == bytes) << "stream " << k;
     }
 }
 
