@@ -146,7 +146,7 @@ TEST(WriterHeader, VideoPropertiesAndInfoTexts)
         TrackStructuralData track; bool vprp; std::uint32_t token, standard, aspect, fields, start; const char* ismp;
     } cases[] = {
         {videoTrack("dvsd", 720, 576, 25, 1), true, 2, 1, 0x00040003, 1, 90061, "01:00:02.11"},
-        {videoTrack("MJPG", 720, 480, 30000, 1001), true, 4, 2, 0x00040003, 2, 0, "00:00:00.00"},
+        {videoTrack("MJPG", 720, 480, 30000, 1001), true, 4, 2, 0x00040003, 2, 1800, "00:01:00.00"},
         {videoTrack("UYVY", 1920, 1080, 25, 1), true, 5, 4, 0x00100009, 1, 0, "00:00:00.00"},
         {videoTrack("M101", 1280, 720, 60000, 1001), true, 7, 14, 0x00100009, 1, 0, "00:00:00.00"},
         {videoTrack("M101", 1280, 720, 50, 1), false, 0, 0, 0, 0, 0, "00:00:00.00"},
