@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 
 #include "common/AssertCapture.h"
@@ -11,21 +12,6 @@ using namespace writertest;
 namespace {
 
 constexpr std::uint32_t kAudioBytesPerFrame = 1920 * 4; // 48 kHz stereo at 25 fps
-
-// Writes frames of the given video size (+ 0..2 bytes), one 25 fps frame's
-// worth of PCM for every audio track and 4 bytes for a timecode track.
-HRESULT writeFrames(FileWriter& w, std::vector<TrackStructuralData>& tracks, std::uint32_t frames,
-                    std::uint32_t videoSize, Written* written)
-{
-    HRESULT hr = S_OK;
-    for (std::uint32_t f = 0; f < frames && SUCCEEDED(hr); ++f)
-        hr = writeFrame(w, tracks, f, [&](std::size_t k) {
-            return tracks[k].Type == StreamVideo ? videoSize + f % 3
-                   : tracks[k].Type == StreamAudio ? kAudioBytesPerFrame
-                                                   : 4u;
-        }, written);
-    return hr;
-}
 
 // The header as create leaves it, and where a chunk id first lies in it.
 std::vector<unsigned char> header(const FileWriter& w)
@@ -39,71 +25,124 @@ std::uint64_t findId(const std::vector<unsigned char>& h, const char* id)
     return static_cast<std::uint64_t>(std::search(h.begin(), h.end(), id, id + 4) - h.begin());
 }
 
-struct LayoutCase
+struct FileCase
 {
     const char* name;
-    std::vector<TrackStructuralData> tracks;
+    std::vector<TrackStructuralData> tracks; // the first video track is the one written
     std::vector<std::string> chunkIds;
     std::uint64_t capacity;
-    std::uint32_t flags;
+    std::uint32_t flags;     // of avih
+    std::uint32_t frames, riffs;
+    std::uint32_t audioSamples; // per frame and stream, give or take a few
+    std::uint32_t suggested;    // the video's suggested buffer
 };
 
 const TrackStructuralData kUyvy = videoTrack("UYVY", 720, 576, 25, 1);
 
-class WriterLayout : public testing::TestWithParam<LayoutCase>
+TrackStructuralData uyvy(std::uint64_t width, std::uint64_t height)
+{
+    TrackStructuralData t = videoTrack("UYVY", width, height, 25, 1);
+    t.Data.VInfo.bitCount = 16;
+    return t;
+}
+
+class WriterFile : public testing::TestWithParam<FileCase>
 {
 };
 
 } // namespace
 
-TEST_P(WriterLayout, FileMatchesTheFixedLayout)
+// The file as our reader, the fixed layout, the headers and ffmpeg see it.
+TEST_P(WriterFile, ReadsBackInTheFixedLayoutAndOpensInFfmpeg)
 {
     testutil::TempDir dir;
-    LayoutCase c = GetParam();
-    const std::wstring path = dir.file("layout.avi");
-    FileWriter w;
-    ASSERT_EQ(w.create(path, c.tracks.data(), static_cast<std::uint16_t>(c.tracks.size())), S_OK);
-    ASSERT_EQ(w.sectorSize(), 512u) << "the layout numbers assume 512-byte sectors";
-    EXPECT_EQ(w.get_HeaderBuffer().getCapacity(), c.capacity);
+    FileCase c = GetParam();
+    const std::wstring path = dir.file("file.avi");
+    const auto video = std::find_if(c.tracks.begin(), c.tracks.end(), [](auto& t) { return t.Type == StreamVideo; });
+    const std::uint32_t width = static_cast<std::uint32_t>(video->Data.VInfo.width);
+    const std::uint32_t height = static_cast<std::uint32_t>(video->Data.VInfo.height);
+    const bool dv = video->Data.VInfo.fourcc == Morvane::makeFourCC("dvsd");
     Written written;
-    written.start(w, c.tracks);
-    ASSERT_EQ(writeFrames(w, c.tracks, 40, 5000, &written), S_OK);
-    w.close();
+    {
+        FileWriter w;
+        w.set_FlushFrequency(50);
+        ASSERT_EQ(w.create(path, c.tracks.data(), static_cast<std::uint16_t>(c.tracks.size())), S_OK);
+        ASSERT_EQ(w.sectorSize(), 512u) << "the layout numbers assume 512-byte sectors";
+        EXPECT_EQ(w.get_HeaderBuffer().getCapacity(), c.capacity);
+        written.start(w, c.tracks);
+        for (std::uint32_t f = 0; f < c.frames; ++f) {
+            // Audio: a few samples more or less so that frames and streams differ.
+            ASSERT_EQ(writeFrame(w, c.tracks, f, [&](std::size_t k) -> std::uint32_t {
+                          if (c.tracks[k].Type == StreamAudio)
+                              return (c.audioSamples + f % 3 + k % 2) * c.tracks[k].Data.AInfo.blockAlign;
+                          return c.tracks[k].Type == StreamTimecode ? 4 : dv ? 5000 + f % 3 : width * height * 2;
+                      }, &written), S_OK);
+        }
+        EXPECT_EQ(w.get_RiffChunkIndex() + 1, c.riffs);
+    }
+    // The writer's destructor closed the file.
     expectReadsBack(path, written);
-
     Walk walk(path);
-    checkLayout(walk, Expected{c.capacity, 40, c.chunkIds});
+    checkLayout(walk, Expected{c.capacity, c.frames, c.chunkIds});
     const std::uint64_t a = walk.find("avih")[0]->offset + 8;
-    // microseconds per frame at 25 fps, padding granularity, flags, streams, width, height
+    // microseconds per frame at 25 fps, padding granularity, flags, streams, suggested buffer, width, height
     EXPECT_EQ((std::vector<std::uint32_t>{rd32(walk.data, a), rd32(walk.data, a + 8), rd32(walk.data, a + 12),
-                                          rd32(walk.data, a + 24), rd32(walk.data, a + 32), rd32(walk.data, a + 36)}),
-              (std::vector<std::uint32_t>{40000, 512, c.flags, static_cast<std::uint32_t>(c.chunkIds.size()), 720, 576}));
+                                          rd32(walk.data, a + 24), rd32(walk.data, a + 28), rd32(walk.data, a + 32),
+                                          rd32(walk.data, a + 36)}),
+              (std::vector<std::uint32_t>{40000, 512, c.flags, static_cast<std::uint32_t>(c.chunkIds.size()), c.suggested,
+                                          width, height}));
     auto strh = walk.find("strh");
     EXPECT_EQ(fcc(rd32(walk.data, strh[0]->offset + 8)), "vids");
+    EXPECT_EQ(rd32(walk.data, strh[0]->offset + 8 + 36), c.suggested);
     for (std::size_t k = 1; k < strh.size(); ++k) {
         EXPECT_EQ(fcc(rd32(walk.data, strh[k]->offset + 8)), "auds");
-        // Sample blocks: every frame carried kAudioBytesPerFrame bytes.
-        const std::uint32_t blockAlign = rd16(walk.data, walk.find("strf")[k]->offset + 8 + 12);
-        EXPECT_EQ(rd32(walk.data, strh[k]->offset + 8 + 32), 40u * kAudioBytesPerFrame / blockAlign);
+        std::uint64_t bytes = 0;
+        for (std::uint32_t size : written.streams[k].sizes)
+            bytes += size;
+        EXPECT_EQ(rd32(walk.data, strh[k]->offset + 8 + 32), bytes / written.streams[k].blockAlign) << "samples";
     }
-    // Suggested buffer: the largest chunk + 8 on a sector (5002 + 8), or the DV frame size.
-    const std::uint32_t suggested = rd32(walk.data, strh[0]->offset + 8 + 36);
-    EXPECT_EQ(suggested, c.chunkIds[0] == "00dc" ? 144384u : 5120u);
-    EXPECT_EQ(rd32(walk.data, a + 28), suggested);
+    if (dv)
+        return; // ffmpeg would decode the made-up DV frames
+
+    EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
+    using Fields = std::map<std::string, std::string>;
+    EXPECT_EQ(probeStream(path, 0, "codec_tag_string,width,height,r_frame_rate,nb_read_packets,nb_frames"),
+              (Fields{{"codec_tag_string", "UYVY"}, {"width", std::to_string(width)}, {"height", std::to_string(height)},
+                      {"r_frame_rate", "25/1"}, {"nb_frames", std::to_string(c.frames)},
+                      {"nb_read_packets", std::to_string(c.frames)}}));
+    for (std::uint32_t k = 1; k < written.streams.size(); ++k) {
+        const auto& t = c.tracks[written.streams[k].track].Data.AInfo;
+        EXPECT_EQ(probeStream(path, static_cast<int>(k), "codec_name,sample_rate,channels"),
+                  (Fields{{"codec_name", "pcm_s16le"}, {"sample_rate", std::to_string(t.samplesPerSec)},
+                          {"channels", std::to_string(t.channels)}}));
+    }
+    // ffmpeg's copy of each stream is exactly the bytes written, in order
+    // (the frames are all one size, and counted above).
+    for (std::uint32_t k = 0; k < written.streams.size(); ++k) {
+        std::string bytes;
+        for (std::uint32_t f = 0; f < c.frames; ++f) {
+            const std::vector<unsigned char> chunk = written.chunk(k, f);
+            bytes.append(chunk.begin(), chunk.end());
+        }
+        EXPECT_TRUE(copied(path, "0:" + std::to_string(k)) == bytes) << "stream " << k;
+    }
 }
 
+// Suggested buffer: the largest chunk + 8 on a sector, or the DV frame size.
 INSTANTIATE_TEST_SUITE_P(
-    Streams, WriterLayout,
-    testing::Values(LayoutCase{"VideoOnly", {kUyvy}, {"00db"}, 86016 + 4096 + 512, 0x10030},
-                    LayoutCase{"VideoAndAudio", {audioTrack(), kUyvy}, {"00db", "01wb"}, 176640, 0x10130},
+    Streams, WriterFile,
+    testing::Values(FileCase{"Video", {timecodeTrack(0), uyvy(320, 240)}, {"00db"}, 86016 + 4096 + 512, 0x10030, 30,
+                             1, 0, 154112},
+                    FileCase{"VideoAndTwoAudio", {audioTrack(), uyvy(320, 240), audioTrack(1, 44100)},
+                             {"00db", "01wb", "02wb"}, 262656, 0x10130, 30, 1, 1920, 154112},
                     // The host's order: audio, timecode, video, audio; a second video track is ignored.
-                    LayoutCase{"VideoTimecodeAndTwoAudio",
-                               {audioTrack(), timecodeTrack(0), videoTrack("dvsd", 720, 576, 25000, 1000),
-                                audioTrack(1, 44100), kUyvy},
-                               {"00dc", "01wb", "02wb"},
-                               262656,
-                               0x10130}),
-    [](const testing::TestParamInfo<LayoutCase>& i) { return std::string(i.param.name); });
+                    FileCase{"DvTimecodeAndTwoAudio",
+                             {audioTrack(), timecodeTrack(0), videoTrack("dvsd", 720, 576, 25000, 1000),
+                              audioTrack(1, 44100), kUyvy},
+                             {"00dc", "01wb", "02wb"}, 262656, 0x10130, 40, 1, 1920, 144384},
+                    FileCase{"ThreeRiffs", {timecodeTrack(0), uyvy(16, 8), audioTrack(), audioTrack()},
+                             {"00db", "01wb", "02wb"}, 262656, 0x10130, 2 * 8124 + 5, 3, 48, 512}),
+    [](const testing::TestParamInfo<FileCase>& i) { return std::string(i.param.name); });
 
 TEST(WriterHeader, JunkPadsTheHeaderToASector)
 {
