@@ -15,9 +15,7 @@ constexpr std::uint64_t kFrameBytes = 5120 + 8192;
 
 std::vector<TrackStructuralData> tracks()
 {
-    std::vector<TrackStructuralData> t = {videoTrack("UYVY", 320, 240, 25, 1), audioTrack()};
-    t[0].Data.VInfo.bitCount = 16;
-    return t;
+    return {videoTrack("UYVY", 320, 240, 25, 1), audioTrack()};
 }
 
 HRESULT writeFrame(FileWriter& w, std::uint32_t f, Written* written = nullptr)

@@ -67,7 +67,6 @@ TEST(WriterLarge, FilePastFourGigabytes)
     testutil::TempDir dir;
     const std::wstring path = dir.file("large.avi");
     std::vector<TrackStructuralData> tracks = {videoTrack("UYVY", kWidth, kHeight, 25, 1), audioTrack()};
-    tracks[0].Data.VInfo.bitCount = 16;
     Written written;
     written.bytes = [](std::uint32_t k, std::uint32_t f) { return k == 0 ? videoFrame(f) : payload(1, f, kAudioBytes); };
     {

@@ -37,14 +37,7 @@ struct FileCase
     std::uint32_t suggested;    // the video's suggested buffer
 };
 
-const TrackStructuralData kUyvy = videoTrack("UYVY", 720, 576, 25, 1);
-
-TrackStructuralData uyvy(std::uint64_t width, std::uint64_t height)
-{
-    TrackStructuralData t = videoTrack("UYVY", width, height, 25, 1);
-    t.Data.VInfo.bitCount = 16;
-    return t;
-}
+const TrackStructuralData kUyvy = videoTrack("UYVY", 720, 576, 25, 1), kQvga = videoTrack("UYVY", 320, 240, 25, 1);
 
 class WriterFile : public testing::TestWithParam<FileCase>
 {
@@ -131,16 +124,15 @@ TEST_P(WriterFile, ReadsBackInTheFixedLayoutAndOpensInFfmpeg)
 // Suggested buffer: the largest chunk + 8 on a sector, or the DV frame size.
 INSTANTIATE_TEST_SUITE_P(
     Streams, WriterFile,
-    testing::Values(FileCase{"Video", {timecodeTrack(0), uyvy(320, 240)}, {"00db"}, 86016 + 4096 + 512, 0x10030, 30,
-                             1, 0, 154112},
-                    FileCase{"VideoAndTwoAudio", {audioTrack(), uyvy(320, 240), audioTrack(1, 44100)},
-                             {"00db", "01wb", "02wb"}, 262656, 0x10130, 30, 1, 1920, 154112},
+    testing::Values(FileCase{"Video", {timecodeTrack(0), kQvga}, {"00db"}, 86016 + 4096 + 512, 0x10030, 30, 1, 0, 154112},
+                    FileCase{"VideoAndTwoAudio", {audioTrack(), kQvga, audioTrack(1, 44100)}, {"00db", "01wb", "02wb"},
+                             262656, 0x10130, 30, 1, 1920, 154112},
                     // The host's order: audio, timecode, video, audio; a second video track is ignored.
                     FileCase{"DvTimecodeAndTwoAudio",
                              {audioTrack(), timecodeTrack(0), videoTrack("dvsd", 720, 576, 25000, 1000),
                               audioTrack(1, 44100), kUyvy},
                              {"00dc", "01wb", "02wb"}, 262656, 0x10130, 40, 1, 1920, 144384},
-                    FileCase{"ThreeRiffs", {timecodeTrack(0), uyvy(16, 8), audioTrack(), audioTrack()},
+                    FileCase{"ThreeRiffs", {timecodeTrack(0), videoTrack("UYVY", 16, 8, 25, 1), audioTrack(), audioTrack()},
                              {"00db", "01wb", "02wb"}, 262656, 0x10130, 2 * 8124 + 5, 3, 48, 512}),
     [](const testing::TestParamInfo<FileCase>& i) { return std::string(i.param.name); });
 

@@ -105,13 +105,13 @@ inline void checkVideo(FileReader& r, const Written& w, std::uint32_t k)
         between += other.maxChunk + 2ull * 4096 + 8;
     const std::uint64_t riffBoundary = w.streams.size() * (65536ull + 16ull * 8192) + 4ull * 4096;
     std::vector<unsigned char> buf(static_cast<std::size_t>(kRun * between + riffBoundary));
+    // The one-frame form is the fault sweep's; reads past the end are the reader tests'.
     for (std::uint32_t f = 0; f < n; f += kRun) {
         const std::uint32_t count = std::min(kRun, n - f);
         std::vector<unsigned int> offsets, sizes;
         ASSERT_EQ(r.ReadVideo(f, count, buf.data(), static_cast<unsigned int>(buf.size()), offsets, sizes), S_OK)
             << "frame " << f << ": " << text(r.getLastError());
-        ASSERT_EQ(sizes.size(), count) << "frame " << f;
-        ASSERT_EQ(offsets.size(), count) << "frame " << f;
+        ASSERT_TRUE(sizes.size() == count && offsets.size() == count) << "frame " << f;
         for (std::uint32_t i = 0; i < count; ++i) {
             const std::vector<unsigned char> want = w.chunk(k, f + i);
             ASSERT_EQ(sizes[i], want.size()) << "frame " << f + i;
@@ -119,9 +119,6 @@ inline void checkVideo(FileReader& r, const Written& w, std::uint32_t k)
             ASSERT_TRUE(std::equal(want.begin(), want.end(), buf.begin() + offsets[i])) << "bytes of frame " << f + i;
         }
     }
-    // The one-frame form is the fault sweep's; here only past the end.
-    unsigned int offset = 0, size = 0;
-    EXPECT_EQ(r.ReadVideo(n, buf.data(), static_cast<unsigned int>(buf.size()), &offset, &size), E_HANDLE_EOF);
 
     // Frame types, display numbers and the stored frame shown at each
     // place, one index chunk after the other.
@@ -171,8 +168,6 @@ inline void checkAudio(FileReader& r, const Written& w, std::uint32_t k)
         ASSERT_EQ(bytes, count * s.blockAlign) << "sample " << first;
     }
     EXPECT_TRUE(got == audio) << "audio stream " << k;
-    unsigned char one[64];
-    EXPECT_EQ(r.ReadAudio(samples, 1, one, sizeof(one), nullptr, nullptr), E_HANDLE_EOF);
 }
 
 } // namespace readback_detail

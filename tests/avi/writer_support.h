@@ -30,7 +30,7 @@ inline TrackStructuralData videoTrack(const char (&fcc)[5], std::uint64_t width,
     t.Type = StreamVideo;
     t.Data.VInfo.width = width;
     t.Data.VInfo.height = height;
-    t.Data.VInfo.bitCount = 24;
+    t.Data.VInfo.bitCount = std::string(fcc) == "UYVY" ? 16 : 24; // UYVY is 4:2:2 at 8 bits
     t.Data.VInfo.fourcc = Morvane::makeFourCC(fcc);
     t.Data.VInfo.aspectRatio = 0x00040003;
     t.Data.VInfo.rate = rate;

@@ -201,8 +201,6 @@ TEST(DiskFile, UnbufferedWriterTakesWholeSectorsOnly)
     out = captureStdout([&] { EXPECT_EQ(writer.create(path, iFile::eUnbuffered), static_cast<HRESULT>(0x8007139F)); });
     EXPECT_TRUE(testutil::isAssertion(out, "0", "FileFormats/common/filewriter")) << out;
     writer.close();
-    EXPECT_FALSE(writer.isOpen());
-    EXPECT_TRUE(writer.getFilename().empty());
 
     std::ifstream f(dir.path() / "out.bin", std::ios::binary);
     std::vector<unsigned char> bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
