@@ -86,18 +86,13 @@ namespace readback_detail {
 constexpr std::uint32_t kRun = 3;          // frames per multi-frame read
 constexpr std::uint32_t kAudioPiece = 997; // samples per audio read, so that reads cross chunks
 
-inline std::string text(const std::wstring& s)
-{
-    return Morvane::convertString(s);
-}
-
 inline void checkVideo(FileReader& r, const Written& w, std::uint32_t k)
 {
     const WrittenStream& s = w.streams[k];
     const std::uint32_t n = static_cast<std::uint32_t>(s.sizes.size());
     ASSERT_TRUE(r.get_IsVideo(static_cast<int>(k)));
     ASSERT_EQ(r.get_Length(static_cast<int>(k)), n);
-    ASSERT_EQ(r.essenceOpen(k), S_OK) << text(r.getLastError());
+    ASSERT_EQ(r.essenceOpen(k), S_OK) << Morvane::convertString(r.getLastError());
     // A run spans its frames and every chunk between them; across a RIFF
     // boundary also the idx1 and the next RIFF's index regions.
     std::uint64_t between = 0;
@@ -110,7 +105,7 @@ inline void checkVideo(FileReader& r, const Written& w, std::uint32_t k)
         const std::uint32_t count = std::min(kRun, n - f);
         std::vector<unsigned int> offsets, sizes;
         ASSERT_EQ(r.ReadVideo(f, count, buf.data(), static_cast<unsigned int>(buf.size()), offsets, sizes), S_OK)
-            << "frame " << f << ": " << text(r.getLastError());
+            << "frame " << f << ": " << Morvane::convertString(r.getLastError());
         ASSERT_TRUE(sizes.size() == count && offsets.size() == count) << "frame " << f;
         for (std::uint32_t i = 0; i < count; ++i) {
             const std::vector<unsigned char> want = w.chunk(k, f + i);
@@ -155,7 +150,7 @@ inline void checkAudio(FileReader& r, const Written& w, std::uint32_t k)
     }
     const std::uint32_t samples = static_cast<std::uint32_t>(audio.size() / s.blockAlign);
     ASSERT_EQ(r.get_Length(static_cast<int>(k)), samples);
-    ASSERT_EQ(r.essenceOpen(k), S_OK) << text(r.getLastError());
+    ASSERT_EQ(r.essenceOpen(k), S_OK) << Morvane::convertString(r.getLastError());
     std::vector<unsigned char> got(audio.size());
     for (std::uint32_t first = 0; first < samples; first += kAudioPiece) {
         const std::uint32_t count = std::min(kAudioPiece, samples - first);
@@ -163,7 +158,7 @@ inline void checkAudio(FileReader& r, const Written& w, std::uint32_t k)
         ASSERT_EQ(r.ReadAudio(first, count, got.data() + std::size_t(first) * s.blockAlign, count * s.blockAlign,
                               &offset, &bytes),
                   S_OK)
-            << "sample " << first << ": " << text(r.getLastError());
+            << "sample " << first << ": " << Morvane::convertString(r.getLastError());
         ASSERT_EQ(offset, 0u);
         ASSERT_EQ(bytes, count * s.blockAlign) << "sample " << first;
     }
@@ -177,7 +172,7 @@ inline void expectReadsBack(const std::wstring& path, const Written& w)
 {
     SCOPED_TRACE("read back through the reader");
     FileReader r;
-    ASSERT_EQ(r.load(path), S_OK) << readback_detail::text(r.getLastError());
+    ASSERT_EQ(r.load(path), S_OK) << Morvane::convertString(r.getLastError());
     ASSERT_EQ(r.get_StreamCount(), w.streams.size());
     for (std::uint32_t k = 0; k < w.streams.size(); ++k) {
         SCOPED_TRACE("stream " + std::to_string(k));

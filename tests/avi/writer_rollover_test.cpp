@@ -73,7 +73,7 @@ TEST(WriterRollover, IndexLimitOpensAnAvixOnIntraFramesOnly)
     }
 }
 
-TEST(WriterIbpIndex, RealLocationsFollowPresentationOrderOrAreGiven)
+TEST(WriterIbpIndex, RealLocationsFollowPresentationOrder)
 {
     testutil::TempDir dir;
     Mpeg2Track mpeg2;
@@ -110,24 +110,6 @@ TEST(WriterIbpIndex, RealLocationsFollowPresentationOrderOrAreGiven)
                                               realLocations[i], 0}))
             << i;
     }
-    // With the search off, the real locations are the ones given.
-    const std::wstring given = dir.file("given.avi");
-    ASSERT_EQ(w.create(given, &mpeg2.track, 1), S_OK);
-    w.set_FindIBPIndexRealLocation(false);
-    for (std::uint32_t i = 0; i < 3; ++i) {
-        if (i == 1)
-            w.set_NextIndexRealLocation(500);
-        ASSERT_EQ(writeFrame(w, {mpeg2.track}, i, {4, i}, written), S_OK);
-    }
-    w.close();
-    Walk g(given);
-    ASSERT_EQ(g.find("ix00").size(), 1u);
-    for (std::uint32_t i = 0, want[] = {0, 500, 501}; i < 3; ++i)
-        EXPECT_EQ(rd32(g.data, g.find("ix00")[0]->offset + 32 + 24ull * i + 16), want[i]) << i;
-    // The writer keeps the IBP entry limit for its next file.
-    TrackStructuralData plain = videoTrack("M101", 720, 576, 25, 1);
-    ASSERT_EQ(w.create(dir.file("next.avi"), &plain, 1), S_OK);
-    EXPECT_EQ(w.get_MaxIndexEntries(), 2729u);
 }
 
 TEST(WriterFlush, PeriodicFlushWaitsForCompletePresentationOrder)

@@ -17,10 +17,6 @@ using Digests = std::vector<std::string>;
 class InFlight : public LoadedPlugin
 {
 protected:
-    Vl::Ptr<FileReadInstance> open(const std::string& name)
-    {
-        return reader_->openFile(VlWString(wide(dataPath(name))), FileReadInstance::eOpenForPlayback);
-    }
     // Frame by frame on this thread.
     Digests serial(const Vl::Ptr<FileReadInstance>& f)
     {
@@ -42,7 +38,7 @@ TEST_F(InFlight, SeveralFilesVideoAndAudioAtOnce)
     std::map<std::string, Vl::Ptr<FileReadInstance>> files;
     std::map<std::string, Digests> expected;
     for (const std::string& name : corpus()) {
-        files[name] = open(name);
+        files[name] = reader_->openFile(VlWString(wide(dataPath(name))), FileReadInstance::eOpenForPlayback);
         ASSERT_TRUE(files[name]) << name;
         expected[name] = serial(files[name]);
     }
