@@ -16,7 +16,6 @@
 #include "writer_readback.h"
 
 using namespace writertest;
-using Morvane::convertString;
 
 namespace {
 

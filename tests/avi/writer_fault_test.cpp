@@ -47,7 +47,7 @@ TEST(WriterFaults, FailedWriteKeepsEveryEarlierFrame)
         ASSERT_EQ(writeFrame(w, f, &written), S_OK) << f;
     // The host maps ENOSPC to its disk-full code.
     EXPECT_EQ(writeFrame(w, good), static_cast<HRESULT>(0x80070070u));
-    EXPECT_EQ(w.getLastError().rfind(L"WriteNextFrame failed to write data. ", 0), 0u) << narrow(w.getLastError());
+    EXPECT_EQ(w.getLastError().rfind(L"WriteNextFrame failed to write data. ", 0), 0u) << convertString(w.getLastError());
     w.close();
     vlhost::clearFileFaults();
 
@@ -58,7 +58,7 @@ TEST(WriterFaults, FailedWriteKeepsEveryEarlierFrame)
     EXPECT_EQ(rd32(walk.data, walk.find("dmlh")[0]->offset + 8), good);
     EXPECT_EQ(rd32(walk.data, walk.find("ix00")[0]->offset + 12), good);
     expectReadsBack(path, written);
-    EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
+    EXPECT_EQ(run("ffprobe -v error '" + convertString(path) + "' 2>&1"), "");
     EXPECT_EQ(probeStream(path, 0, "nb_read_packets")["nb_read_packets"], std::to_string(good));
 }
 

@@ -96,11 +96,11 @@ TEST(WriterLarge, FilePastFourGigabytes)
         EXPECT_LT(late.resident, early.resident + 16 * 1024 * 1024)
             << "resident " << early.resident << " -> " << late.resident;
     }
-    const std::uint64_t size = std::filesystem::file_size(std::filesystem::path(narrow(path)));
+    const std::uint64_t size = std::filesystem::file_size(std::filesystem::path(convertString(path)));
     ASSERT_GT(size, 0x100000000ull);
 
     // Walk the RIFF chain: each starts where the previous one ends, on a sector.
-    std::ifstream in(narrow(path), std::ios::binary);
+    std::ifstream in(convertString(path), std::ios::binary);
     std::uint64_t pos = 0;
     int riffs = 0;
     for (; pos < size; pos += 8ull + readWord(in, pos + 4), ++riffs) {
@@ -114,14 +114,14 @@ TEST(WriterLarge, FilePastFourGigabytes)
     // Our reader: every frame's size and bytes, past 4 GiB included, and all audio.
     expectReadsBack(path, written);
 
-    EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
+    EXPECT_EQ(run("ffprobe -v error '" + convertString(path) + "' 2>&1"), "");
     EXPECT_EQ(probeStream(path, 0, "codec_tag_string,width,height,nb_frames,nb_read_packets"),
               (std::map<std::string, std::string>{{"codec_tag_string", "UYVY"}, {"width", "1920"}, {"height", "1080"},
                                                   {"nb_frames", std::to_string(kFrames)},
                                                   {"nb_read_packets", std::to_string(kFrames)}}));
     // ffmpeg's copy of the video, frame by frame as it streams out, frames
     // past 4 GiB included.
-    FILE* copy = ::popen(("ffmpeg -v error -i '" + narrow(path) + "' -map 0:0 -c copy -f data -").c_str(), "r");
+    FILE* copy = ::popen(("ffmpeg -v error -i '" + convertString(path) + "' -map 0:0 -c copy -f data -").c_str(), "r");
     ASSERT_NE(copy, nullptr);
     std::vector<unsigned char> got(kFrameBytes);
     std::uint32_t f = 0;

@@ -97,7 +97,7 @@ TEST_P(WriterFile, ReadsBackInTheFixedLayoutAndOpensInFfmpeg)
     if (dv)
         return; // ffmpeg would decode the made-up DV frames
 
-    EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
+    EXPECT_EQ(run("ffprobe -v error '" + convertString(path) + "' 2>&1"), "");
     using Fields = std::map<std::string, std::string>;
     EXPECT_EQ(probeStream(path, 0, "codec_tag_string,width,height,r_frame_rate,nb_read_packets,nb_frames"),
               (Fields{{"codec_tag_string", "UYVY"}, {"width", std::to_string(width)}, {"height", std::to_string(height)},

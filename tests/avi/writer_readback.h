@@ -8,7 +8,6 @@
 #include <functional>
 
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"
-#include "util/stringUtils.h"
 #include "writer_support.h"
 
 namespace writertest {
@@ -92,7 +91,7 @@ inline void checkVideo(FileReader& r, const Written& w, std::uint32_t k)
     const std::uint32_t n = static_cast<std::uint32_t>(s.sizes.size());
     ASSERT_TRUE(r.get_IsVideo(static_cast<int>(k)));
     ASSERT_EQ(r.get_Length(static_cast<int>(k)), n);
-    ASSERT_EQ(r.essenceOpen(k), S_OK) << Morvane::convertString(r.getLastError());
+    ASSERT_EQ(r.essenceOpen(k), S_OK) << convertString(r.getLastError());
     // A run spans its frames and every chunk between them; across a RIFF
     // boundary also the idx1 and the next RIFF's index regions.
     std::uint64_t between = 0;
@@ -105,7 +104,7 @@ inline void checkVideo(FileReader& r, const Written& w, std::uint32_t k)
         const std::uint32_t count = std::min(kRun, n - f);
         std::vector<unsigned int> offsets, sizes;
         ASSERT_EQ(r.ReadVideo(f, count, buf.data(), static_cast<unsigned int>(buf.size()), offsets, sizes), S_OK)
-            << "frame " << f << ": " << Morvane::convertString(r.getLastError());
+            << "frame " << f << ": " << convertString(r.getLastError());
         ASSERT_TRUE(sizes.size() == count && offsets.size() == count) << "frame " << f;
         for (std::uint32_t i = 0; i < count; ++i) {
             const std::vector<unsigned char> want = w.chunk(k, f + i);
@@ -150,7 +149,7 @@ inline void checkAudio(FileReader& r, const Written& w, std::uint32_t k)
     }
     const std::uint32_t samples = static_cast<std::uint32_t>(audio.size() / s.blockAlign);
     ASSERT_EQ(r.get_Length(static_cast<int>(k)), samples);
-    ASSERT_EQ(r.essenceOpen(k), S_OK) << Morvane::convertString(r.getLastError());
+    ASSERT_EQ(r.essenceOpen(k), S_OK) << convertString(r.getLastError());
     std::vector<unsigned char> got(audio.size());
     for (std::uint32_t first = 0; first < samples; first += kAudioPiece) {
         const std::uint32_t count = std::min(kAudioPiece, samples - first);
@@ -158,7 +157,7 @@ inline void checkAudio(FileReader& r, const Written& w, std::uint32_t k)
         ASSERT_EQ(r.ReadAudio(first, count, got.data() + std::size_t(first) * s.blockAlign, count * s.blockAlign,
                               &offset, &bytes),
                   S_OK)
-            << "sample " << first << ": " << Morvane::convertString(r.getLastError());
+            << "sample " << first << ": " << convertString(r.getLastError());
         ASSERT_EQ(offset, 0u);
         ASSERT_EQ(bytes, count * s.blockAlign) << "sample " << first;
     }
@@ -172,7 +171,7 @@ inline void expectReadsBack(const std::wstring& path, const Written& w)
 {
     SCOPED_TRACE("read back through the reader");
     FileReader r;
-    ASSERT_EQ(r.load(path), S_OK) << Morvane::convertString(r.getLastError());
+    ASSERT_EQ(r.load(path), S_OK) << convertString(r.getLastError());
     ASSERT_EQ(r.get_StreamCount(), w.streams.size());
     for (std::uint32_t k = 0; k < w.streams.size(); ++k) {
         SCOPED_TRACE("stream " + std::to_string(k));

@@ -17,10 +17,12 @@
 #include "avi/mpeg2_codec_block.h"
 #include "common/FfmpegFiles.h"
 #include "util/fourcc.h"
+#include "util/stringUtils.h"
 
 namespace writertest {
 
 using namespace Morvane::Avi;
+using Morvane::convertString;
 using testutil::run;
 
 inline TrackStructuralData videoTrack(const char (&fcc)[5], std::uint64_t width, std::uint64_t height,
@@ -106,11 +108,6 @@ inline std::string fcc(std::uint32_t v)
     return std::string(reinterpret_cast<const char*>(&v), 4);
 }
 
-inline std::string narrow(const std::wstring& s)
-{
-    return std::string(s.begin(), s.end());
-}
-
 struct Chunk
 {
     std::string id;
@@ -128,7 +125,7 @@ struct Walk
 
     explicit Walk(const std::wstring& path)
     {
-        std::ifstream in(narrow(path), std::ios::binary);
+        std::ifstream in(convertString(path), std::ios::binary);
         data.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
         for (std::uint64_t pos = 0; pos + 12 <= data.size() && problem.empty(); pos += 8 + rd32(data, pos + 4)) {
             if (fcc(rd32(data, pos)) != "RIFF")
@@ -328,13 +325,13 @@ inline void checkLayout(const Walk& w, const Expected& e)
 inline std::map<std::string, std::string> probeStream(const std::wstring& path, int stream,
                                                       const std::string& entries)
 {
-    return testutil::probe(narrow(path), std::to_string(stream), "stream=" + entries);
+    return testutil::probe(convertString(path), std::to_string(stream), "stream=" + entries);
 }
 
 // The bytes of the mapped stream as ffmpeg copies them out of the file.
 inline std::string copied(const std::wstring& path, const std::string& map)
 {
-    return run("ffmpeg -v error -i '" + narrow(path) + "' -map " + map + " -c copy -f data - 2>&1");
+    return run("ffmpeg -v error -i '" + convertString(path) + "' -map " + map + " -c copy -f data - 2>&1");
 }
 
 } // namespace writertest
