@@ -267,10 +267,8 @@ inline void checkLayout(const Walk& w, const Expected& e)
     }
 
     // Super indexes and the ix## chunks they name.
-    auto strh = w.find("strh");
-    auto indx = w.find("indx");
-    ASSERT_EQ(strh.size(), N);
-    ASSERT_EQ(indx.size(), N);
+    auto strh = w.find("strh"), indx = w.find("indx");
+    ASSERT_TRUE(strh.size() == N && indx.size() == N) << strh.size() << " strh, " << indx.size() << " indx";
     for (std::uint32_t k = 0; k < N; ++k) {
         const std::uint64_t at = indx[k]->offset;
         EXPECT_EQ(rd16(d, at + 8), 4u);
@@ -312,10 +310,8 @@ inline void checkLayout(const Walk& w, const Expected& e)
     for (const auto& r : perRiff)
         total += r[0].size();
     EXPECT_EQ(total, e.frames);
-    auto avih = w.find("avih");
-    auto dmlh = w.find("dmlh");
-    ASSERT_EQ(avih.size(), 1u);
-    ASSERT_EQ(dmlh.size(), 1u);
+    auto avih = w.find("avih"), dmlh = w.find("dmlh");
+    ASSERT_TRUE(avih.size() == 1 && dmlh.size() == 1);
     EXPECT_EQ(rd32(d, avih[0]->offset + 8 + 16), e.frames);
     EXPECT_EQ(rd32(d, dmlh[0]->offset + 8), e.frames);
     EXPECT_EQ(rd32(d, strh[0]->offset + 8 + 32), e.frames);
