@@ -21,14 +21,10 @@ void note(std::size_t n)
 void* allocate(std::size_t n, std::size_t align)
 {
     note(n);
-    if (n == 0)
-        n = 1;
     void* p = nullptr;
     if (align <= alignof(std::max_align_t))
-        p = std::malloc(n);
-    else if (::posix_memalign(&p, align, n) != 0)
-        p = nullptr;
-    return p;
+        return std::malloc(n ? n : 1); // malloc(0) may give null, which new must not
+    return ::posix_memalign(&p, align, n ? n : 1) == 0 ? p : nullptr;
 }
 
 } // namespace
@@ -64,14 +60,8 @@ void* operator new[](std::size_t n) { return operator new(n); }
 void* operator new[](std::size_t n, std::align_val_t a) { return operator new(n, a); }
 void* operator new(std::size_t n, const std::nothrow_t&) noexcept { return allocate(n, 0); }
 void* operator new[](std::size_t n, const std::nothrow_t&) noexcept { return allocate(n, 0); }
-void* operator new(std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept
-{
-    return allocate(n, static_cast<std::size_t>(a));
-}
-void* operator new[](std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept
-{
-    return allocate(n, static_cast<std::size_t>(a));
-}
+void* operator new(std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept { return allocate(n, std::size_t(a)); }
+void* operator new[](std::size_t n, std::align_val_t a, const std::nothrow_t&) noexcept { return allocate(n, std::size_t(a)); }
 void operator delete(void* p) noexcept { std::free(p); }
 void operator delete[](void* p) noexcept { std::free(p); }
 void operator delete(void* p, std::size_t) noexcept { std::free(p); }

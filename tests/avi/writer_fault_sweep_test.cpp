@@ -16,7 +16,6 @@
 #include "writer_readback.h"
 
 using namespace writertest;
-using Morvane::convertString;
 
 namespace {
 
@@ -43,20 +42,11 @@ Take write(const std::wstring& path)
     FileWriter w;
     testutil::captureStdout([&] {
         HRESULT hr = w.create(path, tracks.data(), 2);
-        if (FAILED(hr)) {
-            take.failure = hr;
-            take.text = convertString(w.getLastError());
-            return;
-        }
-        for (std::uint32_t f = 0; f < kFrames; ++f) {
-            hr = writeFrame(w, tracks, f, [](std::size_t k) { return k == 0 ? kVideoBytes : kAudioBytes; });
-            if (FAILED(hr)) {
-                take.failure = hr;
-                take.text = convertString(w.getLastError());
-                break;
-            }
-            ++take.framesWritten;
-        }
+        for (std::uint32_t f = 0; SUCCEEDED(hr) && f < kFrames; ++f)
+            if (SUCCEEDED(hr = writeFrame(w, tracks, f, [](std::size_t k) { return k == 0 ? kVideoBytes : kAudioBytes; })))
+                ++take.framesWritten;
+        if (FAILED(hr))
+            take.failure = hr, take.text = convertString(w.getLastError());
         w.close();
     });
     return take;
@@ -85,55 +75,35 @@ std::uint32_t checkFile(const std::wstring& path, std::uint32_t completed)
                 << "frame " << f << " reads other bytes";
             ++good;
         }
-        if (SUCCEEDED(r.essenceOpen(1))) {
-            std::uint32_t samples = r.get_Length(1);
-            std::vector<unsigned char> audio(std::size_t(samples) * kAudioBytes + 4);
-            unsigned offset = 0, bytes = 0;
-            if (samples && SUCCEEDED(r.ReadAudio(0, samples, audio.data(), static_cast<unsigned>(audio.size()),
-                                                 &offset, &bytes)))
-                for (std::uint32_t f = 0; f < bytes / kAudioBytes; ++f) {
-                    std::vector<unsigned char> want = payload(1, f, kAudioBytes);
-                    ASSERT_TRUE(std::equal(want.begin(), want.end(), audio.begin() + std::size_t(f) * kAudioBytes))
-                        << "audio of frame " << f;
-                }
-        }
+        // The audio that reads, chunk by chunk.
+        const std::uint32_t samples = SUCCEEDED(r.essenceOpen(1)) ? r.get_Length(1) : 0;
+        std::vector<unsigned char> audio(std::size_t(samples) * kAudioBytes + 4);
+        unsigned offset = 0, bytes = 0;
+        if (samples && SUCCEEDED(r.ReadAudio(0, samples, audio.data(), static_cast<unsigned>(audio.size()), &offset, &bytes)))
+            for (std::uint32_t f = 0; f < bytes / kAudioBytes; ++f) {
+                std::vector<unsigned char> want = payload(1, f, kAudioBytes);
+                ASSERT_TRUE(std::equal(want.begin(), want.end(), audio.begin() + std::size_t(f) * kAudioBytes))
+                    << "audio of frame " << f;
+            }
     });
     return good;
 }
 
-struct Mode
-{
-    const char* name;
-    bool diskFull;             // else write call k fails
-    std::int64_t stores;       // bytes that the failing call still stores
-    int error;                 // errno of the failing WriteSamples
-};
-
+// A disk that fills up from write call k on, or write call k failing with
+// an errno after storing some of its bytes.
+struct Mode { const char* name; bool diskFull; std::int64_t stores; int error; };
 const Mode kModes[] = {{"disk full", true, 0, ENOSPC}, {"failing drive", false, 0, EIO}, {"short write", false, 256, EIO}};
-
-vlhost::FileFaults faults(const Mode& m, std::int64_t k)
-{
-    vlhost::FileFaults f;
-    if (m.diskFull)
-        f.diskFullFromWriteCall = k;
-    else
-        f.failWriteCall = k, f.failWriteErrno = m.error, f.failWriteStores = m.stores;
-    return f;
-}
 
 TEST(WriterFaultSweep, EveryWriteFailsInTurn)
 {
     testutil::TempDir dir;
-    const std::wstring reference = dir.file("reference.avi");
-    Take clean = write(reference);
-    ASSERT_EQ(clean.failure, S_OK) << clean.text;
-    ASSERT_EQ(checkFile(reference, kFrames), kFrames);
-
-    // The number of write calls of a clean take.
     const std::wstring path = dir.file("faulty.avi");
+    // A clean take, and the number of its write calls.
     const std::uint64_t before = vlhost::fileWriteCalls();
-    ASSERT_EQ(write(path).failure, S_OK);
+    Take clean = write(path);
     const std::int64_t calls = static_cast<std::int64_t>(vlhost::fileWriteCalls() - before);
+    ASSERT_EQ(clean.failure, S_OK) << clean.text;
+    ASSERT_EQ(checkFile(path, kFrames), kFrames);
     ASSERT_GT(calls, std::int64_t(kFrames));
 
     // Every k with VELLORO_FULL_SWEEP=1; otherwise the first and last 48
@@ -147,7 +117,10 @@ TEST(WriterFaultSweep, EveryWriteFailsInTurn)
     for (const Mode& mode : kModes) {
         for (std::int64_t k : ks) {
             SCOPED_TRACE(std::string(mode.name) + ", write call " + std::to_string(k));
-            vlhost::setFileFaults(path, faults(mode, k));
+            vlhost::FileFaults faults;
+            (mode.diskFull ? faults.diskFullFromWriteCall : faults.failWriteCall) = k;
+            faults.failWriteErrno = mode.error, faults.failWriteStores = mode.stores;
+            vlhost::setFileFaults(path, faults);
             Take take = write(path);
             vlhost::clearFileFaults();
             if (take.failure != S_OK) {

@@ -1,11 +1,8 @@
 // A full disk and short system writes while a file grows.
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include "common/TempDir.h"
 #include "vlhost/FileFaults.h"
-#include "writer_layout_check.h"
 #include "writer_readback.h"
 
 using namespace writertest;
@@ -13,22 +10,17 @@ using namespace writertest;
 namespace {
 
 constexpr std::uint64_t kCapacity = 176640; // header buffer of two streams on 512-byte sectors
-constexpr std::uint32_t kVideoBytes = 5000;
-constexpr std::uint32_t kAudioBytes = 1920 * 4;
 // One frame on disk: 5000 + 8 -> 5120 bytes, 7680 + 8 -> 8192 bytes.
 constexpr std::uint64_t kFrameBytes = 5120 + 8192;
 
 std::vector<TrackStructuralData> tracks()
 {
-    std::vector<TrackStructuralData> t = {videoTrack("UYVY", 320, 240, 25, 1), audioTrack()};
-    t[0].Data.VInfo.bitCount = 16;
-    return t;
+    return {videoTrack("UYVY", 320, 240, 25, 1), audioTrack()};
 }
 
-HRESULT writeFrame(FileWriter& w, std::uint32_t f, Written& written)
+HRESULT writeFrame(FileWriter& w, std::uint32_t f, Written* written = nullptr)
 {
-    return writertest::writeFrame(w, tracks(), f, [](std::size_t k) { return k == 0 ? kVideoBytes : kAudioBytes; },
-                                  &written);
+    return writertest::writeFrame(w, tracks(), f, [](std::size_t k) { return k == 0 ? 5000u : 1920u * 4; }, written);
 }
 
 } // namespace
@@ -52,27 +44,21 @@ TEST(WriterFaults, FailedWriteKeepsEveryEarlierFrame)
     Written written;
     written.start(w, t);
     for (std::uint32_t f = 0; f < good; ++f)
-        ASSERT_EQ(writeFrame(w, f, written), S_OK) << f;
+        ASSERT_EQ(writeFrame(w, f, &written), S_OK) << f;
     // The host maps ENOSPC to its disk-full code.
-    EXPECT_EQ(writeFrame(w, good, written), static_cast<HRESULT>(0x80070070u));
-    EXPECT_EQ(w.getLastError().rfind(L"WriteNextFrame failed to write data. ", 0), 0u) << narrow(w.getLastError());
-    for (std::uint32_t k = 0; k < 2; ++k) {
-        EXPECT_EQ(w.get_Stream(k)->IndexList_Count(), good);
-        EXPECT_EQ(w.get_Stream(k)->get_SamplesWritten(), k == 0 ? good : good * 1920);
-    }
+    EXPECT_EQ(writeFrame(w, good), static_cast<HRESULT>(0x80070070u));
+    EXPECT_EQ(w.getLastError().rfind(L"WriteNextFrame failed to write data. ", 0), 0u) << convertString(w.getLastError());
     w.close();
     vlhost::clearFileFaults();
 
-    ASSERT_TRUE(std::filesystem::exists(path));
-    // What the last flush put on disk: the header and the index of the good frames.
+    // What the last flush put on disk: the header and the index of the good
+    // frames, which our reader and ffprobe both find.
     Walk walk(path);
-    ASSERT_FALSE(walk.find("RIFF").empty());
+    ASSERT_FALSE(walk.find("ix00").empty());
     EXPECT_EQ(rd32(walk.data, walk.find("dmlh")[0]->offset + 8), good);
     EXPECT_EQ(rd32(walk.data, walk.find("ix00")[0]->offset + 12), good);
-    // Our reader finds every frame written before the failure, byte for byte.
-    ASSERT_EQ(written.streams[0].sizes.size(), good);
     expectReadsBack(path, written);
-    EXPECT_EQ(run("ffprobe -v error '" + narrow(path) + "' 2>&1"), "");
+    EXPECT_EQ(run("ffprobe -v error '" + convertString(path) + "' 2>&1"), "");
     EXPECT_EQ(probeStream(path, 0, "nb_read_packets")["nb_read_packets"], std::to_string(good));
 }
 
@@ -80,27 +66,21 @@ TEST(WriterFaults, ShortSystemWritesGiveTheSameFile)
 {
     testutil::TempDir dir;
     auto t = tracks();
-    Written written;
     for (const char* name : {"plain.avi", "short.avi"}) {
         const std::wstring path = dir.file(name);
-        if (std::string(name) == "short.avi") {
-            vlhost::FileFaults faults;
-            faults.maxBytesPerWriteCall = 1000;
+        vlhost::FileFaults faults;
+        faults.maxBytesPerWriteCall = 1000;
+        if (std::string(name) == "short.avi")
             vlhost::setFileFaults(path, faults);
-        }
         FileWriter w;
         w.set_FlushFrequency(3);
         ASSERT_EQ(w.create(path, t.data(), 2), S_OK);
-        written.start(w, t);
         for (std::uint32_t f = 0; f < 10; ++f)
-            ASSERT_EQ(writeFrame(w, f, written), S_OK);
+            ASSERT_EQ(writeFrame(w, f), S_OK);
         w.close();
     }
     vlhost::clearFileFaults();
     Walk plain(dir.file("plain.avi")), shortWrites(dir.file("short.avi"));
-    EXPECT_EQ(plain.data.size(), shortWrites.data.size());
     EXPECT_TRUE(plain.data == shortWrites.data);
-    Expected e{kCapacity, 10, {"00db", "01wb"}};
-    checkLayout(shortWrites, e);
-    expectReadsBack(dir.file("short.avi"), written);
+    checkLayout(shortWrites, Expected{kCapacity, 10, {"00db", "01wb"}});
 }

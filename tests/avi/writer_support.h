@@ -1,11 +1,14 @@
 #pragma once
-// Helpers of the writer tests: track descriptions, frame feeding and an
-// independent walk over the chunks of a written file.
+// Helpers of the writer tests: track descriptions, frame bytes, an
+// independent walk over the chunks of a written file and its check against
+// the fixed layout, and what ffmpeg makes of the file.
+#include <gtest/gtest.h>
+
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <fstream>
 #include <iterator>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -14,10 +17,13 @@
 #include "avi/mpeg2_codec_block.h"
 #include "common/FfmpegFiles.h"
 #include "util/fourcc.h"
+#include "util/stringUtils.h"
 
 namespace writertest {
 
 using namespace Morvane::Avi;
+using Morvane::convertString;
+using testutil::run;
 
 inline TrackStructuralData videoTrack(const char (&fcc)[5], std::uint64_t width, std::uint64_t height,
                                       std::uint64_t rate, std::uint64_t scale)
@@ -26,7 +32,7 @@ inline TrackStructuralData videoTrack(const char (&fcc)[5], std::uint64_t width,
     t.Type = StreamVideo;
     t.Data.VInfo.width = width;
     t.Data.VInfo.height = height;
-    t.Data.VInfo.bitCount = 24;
+    t.Data.VInfo.bitCount = std::string(fcc) == "UYVY" ? 16 : 24; // UYVY is 4:2:2 at 8 bits
     t.Data.VInfo.fourcc = Morvane::makeFourCC(fcc);
     t.Data.VInfo.aspectRatio = 0x00040003;
     t.Data.VInfo.rate = rate;
@@ -108,7 +114,6 @@ struct Chunk
     std::string listType; // for RIFF and LIST
     std::uint64_t offset; // of the chunk header
     std::uint32_t size;
-    int depth;
 };
 
 // All chunks of the file in order, lists and their contents included.
@@ -116,51 +121,37 @@ struct Walk
 {
     std::vector<unsigned char> data;
     std::vector<Chunk> chunks;
-    bool ok = true;
-    std::string problem;
+    std::string problem; // empty while the chunks nest properly
 
     explicit Walk(const std::wstring& path)
     {
-        std::ifstream in(std::string(path.begin(), path.end()), std::ios::binary);
+        std::ifstream in(convertString(path), std::ios::binary);
         data.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-        std::uint64_t pos = 0;
-        while (pos + 12 <= data.size() && ok) {
-            if (fcc(rd32(data, pos)) != "RIFF") {
-                fail("top level chunk is not RIFF", pos);
-                break;
-            }
-            std::uint64_t end = pos + 8 + rd32(data, pos + 4);
-            walkList(pos, end, 0);
-            pos = end;
+        for (std::uint64_t pos = 0; pos + 12 <= data.size() && problem.empty(); pos += 8 + rd32(data, pos + 4)) {
+            if (fcc(rd32(data, pos)) != "RIFF")
+                problem = "top level chunk is not RIFF at " + std::to_string(pos);
+            else
+                walkList(pos, pos + 8 + rd32(data, pos + 4));
         }
     }
 
-    void fail(const std::string& what, std::uint64_t at)
-    {
-        ok = false;
-        problem = what + " at " + std::to_string(at);
-    }
-
-    void walkList(std::uint64_t pos, std::uint64_t end, int depth)
+    void walkList(std::uint64_t pos, std::uint64_t end)
     {
         if (end > data.size()) {
-            fail("list past the file end", pos);
+            problem = "list past the file end at " + std::to_string(pos);
             return;
         }
-        chunks.push_back({fcc(rd32(data, pos)), fcc(rd32(data, pos + 8)), pos, rd32(data, pos + 4), depth});
-        std::uint64_t p = pos + 12;
-        while (p + 8 <= end && ok) {
-            std::string id = fcc(rd32(data, p));
-            std::uint32_t size = rd32(data, p + 4);
-            std::uint64_t next = p + 8 + size + (size & 1);
-            if (next > end) {
-                fail("chunk " + id + " past its list", p);
-                return;
-            }
-            if (id == "LIST" || id == "RIFF")
-                walkList(p, p + 8 + size, depth + 1);
+        chunks.push_back({fcc(rd32(data, pos)), fcc(rd32(data, pos + 8)), pos, rd32(data, pos + 4)});
+        for (std::uint64_t p = pos + 12; p + 8 <= end && problem.empty();) {
+            const std::string id = fcc(rd32(data, p));
+            const std::uint32_t size = rd32(data, p + 4);
+            const std::uint64_t next = p + 8 + size + (size & 1);
+            if (next > end)
+                problem = "chunk " + id + " past its list at " + std::to_string(p);
+            else if (id == "LIST" || id == "RIFF")
+                walkList(p, p + 8 + size);
             else
-                chunks.push_back({id, "", p, size, depth + 1});
+                chunks.push_back({id, "", p, size});
             p = next;
         }
     }
@@ -175,58 +166,168 @@ struct Walk
     }
 };
 
-using testutil::run;
-
-inline std::string narrow(const std::wstring& s)
+struct Expected
 {
-    return std::string(s.begin(), s.end());
+    std::uint64_t capacity; // of the header buffer: where the first essence chunk lies
+    std::uint32_t frames;
+    std::vector<std::string> chunkIds; // per stream, "00db" etc.
+};
+
+inline std::string ixId(std::uint32_t k)
+{
+    return "ix" + std::string(k < 10 ? "0" : "") + std::to_string(k);
+}
+
+// The fixed layout: sector-aligned chunks, the movi head with its index
+// regions, ix##, indx and idx1, and the frame counts of the headers.
+inline void checkLayout(const Walk& w, const Expected& e)
+{
+    ASSERT_TRUE(w.problem.empty()) << w.problem;
+    const auto& d = w.data;
+    const std::uint32_t S = 512, N = static_cast<std::uint32_t>(e.chunkIds.size());
+    auto riffs = w.find("RIFF");
+    auto movis = w.find("LIST", "movi");
+    ASSERT_FALSE(riffs.empty());
+    ASSERT_EQ(movis.size(), riffs.size());
+    // The RIFFs fill the file exactly.
+    EXPECT_EQ(riffs.back()->offset + 8 + riffs.back()->size, d.size());
+    EXPECT_EQ(movis[0]->offset % S, 0u);
+    const std::uint64_t R = 65536ull * N;
+
+    // Per RIFF: the movi head, then only data chunks each followed by a JUNK.
+    struct StreamChunk { std::uint64_t offset; std::uint32_t size; };
+    std::vector<std::vector<std::vector<StreamChunk>>> perRiff(riffs.size(), std::vector<std::vector<StreamChunk>>(N));
+    for (std::size_t r = 0; r < riffs.size(); ++r) {
+        const std::uint64_t riffStart = riffs[r]->offset, movi = movis[r]->offset;
+        EXPECT_EQ(riffs[r]->listType, r == 0 ? "AVI " : "AVIX");
+        if (r > 0) {
+            EXPECT_EQ(movi, riffStart + 12);
+            EXPECT_EQ(riffStart % S, 0u);
+        }
+        const std::uint64_t headEnd = r == 0 ? e.capacity : riffStart + R + S;
+        EXPECT_EQ(fcc(rd32(d, movi + 12)), "JUNK");
+        const std::uint64_t junk = rd32(d, movi + 16) + 8ull;
+        EXPECT_EQ(movi + 12 + junk + R, headEnd) << "movi head of RIFF " << r;
+        for (std::uint32_t k = 0; k < N; ++k) {
+            EXPECT_EQ(fcc(rd32(d, movi + 12 + junk + 65536ull * k)), ixId(k));
+            EXPECT_EQ(rd32(d, movi + 12 + junk + 65536ull * k + 4), 65528u);
+        }
+        const std::uint64_t moviEnd = movi + 8 + movis[r]->size;
+        std::uint64_t p = headEnd;
+        bool expectJunk = false;
+        for (; p + 8 <= moviEnd; expectJunk = !expectJunk) {
+            const std::string id = fcc(rd32(d, p));
+            const std::uint32_t size = rd32(d, p + 4);
+            if (expectJunk) {
+                EXPECT_EQ(id, "JUNK") << "after the chunk before " << p;
+                EXPECT_EQ((p + 8 + size) % S, 0u) << "chunk after JUNK at " << p;
+                // The shortest JUNK of at least 12 bytes that reaches the sector: a
+                // chunk that ends on one gets a whole sector, one 4 bytes short S + 4.
+                EXPECT_TRUE(size + 8u >= 12 && size + 8u < 12 + S) << "JUNK of " << size + 8 << " at " << p;
+                p += 8 + size;
+                continue;
+            }
+            EXPECT_EQ(p % S, 0u) << id << " at " << p;
+            const std::size_t k = std::find(e.chunkIds.begin(), e.chunkIds.end(), id) - e.chunkIds.begin();
+            EXPECT_LT(k, N) << "unexpected chunk " << id << " at " << p;
+            if (k < N)
+                perRiff[r][k].push_back({p, size});
+            p += 8 + size + (size & 1);
+        }
+        EXPECT_FALSE(expectJunk);
+        EXPECT_EQ(p, moviEnd);
+    }
+    if (e.frames) {
+        ASSERT_FALSE(perRiff[0][0].empty());
+        EXPECT_EQ(perRiff[0][0][0].offset, e.capacity);
+    }
+
+    // idx1: right after the first movi, offsets relative to the "movi" word.
+    auto idx1 = w.find("idx1");
+    ASSERT_EQ(idx1.size(), e.frames ? 1u : 0u);
+    if (!idx1.empty()) {
+        EXPECT_EQ(idx1[0]->offset, movis[0]->offset + 8 + movis[0]->size);
+        const std::uint32_t n0 = static_cast<std::uint32_t>(perRiff[0][0].size());
+        EXPECT_EQ(idx1[0]->size, n0 * 16u * N);
+        for (std::uint32_t i = 0; i < n0; ++i) {
+            for (std::uint32_t k = 0; k < N; ++k) {
+                const std::uint64_t at = idx1[0]->offset + 8 + (static_cast<std::uint64_t>(i) * N + k) * 16;
+                ASSERT_LT(i, perRiff[0][k].size());
+                EXPECT_EQ(fcc(rd32(d, at)), e.chunkIds[k]);
+                EXPECT_EQ(rd32(d, at + 4), 16u);
+                EXPECT_EQ(rd32(d, at + 8), perRiff[0][k][i].offset - (movis[0]->offset + 8));
+                EXPECT_EQ(rd32(d, at + 12), perRiff[0][k][i].size);
+            }
+        }
+        // idx1 and its JUNK end the first RIFF on a sector.
+        const std::uint64_t junkAt = idx1[0]->offset + 8 + idx1[0]->size;
+        EXPECT_EQ(fcc(rd32(d, junkAt)), "JUNK");
+        EXPECT_EQ(junkAt + 8 + rd32(d, junkAt + 4), riffs[0]->offset + 8 + riffs[0]->size);
+        EXPECT_EQ((junkAt + 8 + rd32(d, junkAt + 4)) % S, 0u);
+    }
+
+    // Super indexes and the ix## chunks they name.
+    auto strh = w.find("strh"), indx = w.find("indx");
+    ASSERT_TRUE(strh.size() == N && indx.size() == N) << strh.size() << " strh, " << indx.size() << " indx";
+    for (std::uint32_t k = 0; k < N; ++k) {
+        const std::uint64_t at = indx[k]->offset;
+        EXPECT_EQ(rd16(d, at + 8), 4u);
+        EXPECT_EQ(d[at + 11], 0u);
+        EXPECT_EQ(fcc(rd32(d, at + 16)), e.chunkIds[k]);
+        const std::uint32_t inUse = rd32(d, at + 12);
+        const auto withData = std::count_if(perRiff.begin(), perRiff.end(), [&](auto& r) { return !r[k].empty(); });
+        EXPECT_EQ(inUse, static_cast<std::uint32_t>(withData)) << "stream " << k;
+        std::uint64_t durations = 0;
+        for (std::uint32_t s = 0; s < inUse && s < riffs.size(); ++s) {
+            const std::uint64_t ix = rd64(d, at + 32 + 16ull * s);
+            EXPECT_EQ(rd32(d, at + 32 + 16ull * s + 8), 65528u);
+            durations += rd32(d, at + 32 + 16ull * s + 12);
+            // The standard index of RIFF s: 8-byte entries, or 24-byte IBP ones.
+            EXPECT_EQ(fcc(rd32(d, ix)), ixId(k));
+            const bool ibp = d[ix + 10] == 16;
+            EXPECT_TRUE(ibp || d[ix + 10] == 0);
+            EXPECT_EQ(rd16(d, ix + 8), ibp ? 6u : 2u);
+            EXPECT_EQ(d[ix + 11], 1u);
+            const std::uint32_t entries = rd32(d, ix + 12);
+            ASSERT_EQ(entries, perRiff[s][k].size());
+            EXPECT_EQ(fcc(rd32(d, ix + 16)), e.chunkIds[k]);
+            const std::uint64_t base = rd64(d, ix + 20);
+            EXPECT_EQ(base, movis[s]->offset);
+            for (std::uint32_t i = 0; i < entries; ++i) {
+                const StreamChunk& c = perRiff[s][k][i];
+                if (ibp) {
+                    EXPECT_EQ(rd64(d, ix + 32 + 24ull * i), c.offset);
+                    EXPECT_EQ(rd32(d, ix + 40 + 24ull * i) & 0x1FFFFFFFu, c.size);
+                } else {
+                    EXPECT_EQ(rd32(d, ix + 32 + 8ull * i) + base, c.offset + 8);
+                    EXPECT_EQ(rd32(d, ix + 36 + 8ull * i), c.size);
+                }
+            }
+        }
+        EXPECT_EQ(durations, rd32(d, strh[k]->offset + 8 + 32)) << "stream " << k;
+    }
+    std::uint64_t total = 0;
+    for (const auto& r : perRiff)
+        total += r[0].size();
+    EXPECT_EQ(total, e.frames);
+    auto avih = w.find("avih"), dmlh = w.find("dmlh");
+    ASSERT_TRUE(avih.size() == 1 && dmlh.size() == 1);
+    EXPECT_EQ(rd32(d, avih[0]->offset + 8 + 16), e.frames);
+    EXPECT_EQ(rd32(d, dmlh[0]->offset + 8), e.frames);
+    EXPECT_EQ(rd32(d, strh[0]->offset + 8 + 32), e.frames);
 }
 
 // ffprobe's fields of one stream.
 inline std::map<std::string, std::string> probeStream(const std::wstring& path, int stream,
                                                       const std::string& entries)
 {
-    return testutil::probe(narrow(path), std::to_string(stream), "stream=" + entries);
+    return testutil::probe(convertString(path), std::to_string(stream), "stream=" + entries);
 }
 
-struct FrameMd5Line
+// The bytes of the mapped stream as ffmpeg copies them out of the file.
+inline std::string copied(const std::wstring& path, const std::string& map)
 {
-    int stream; // -1: not a packet line (an error)
-    std::uint64_t size;
-    std::string md5; // or the whole line
-};
-
-// ffmpeg's framemd5 of the mapped streams, copied as stored.
-inline std::vector<FrameMd5Line> frameMd5(const std::wstring& path, const std::string& map)
-{
-    std::istringstream in(run("ffmpeg -v error -i '" + narrow(path) + "' -map " + map + " -c copy -f framemd5 - 2>&1"));
-    std::vector<FrameMd5Line> lines;
-    for (std::string line; std::getline(in, line);) {
-        if (line.empty() || line[0] == '#')
-            continue;
-        // stream, dts, pts, duration, size, hash
-        std::vector<std::string> f;
-        std::istringstream fields(line);
-        for (std::string field; std::getline(fields, field, ',');)
-            f.push_back(field.substr(field.find_first_not_of(' ')));
-        lines.push_back(f.size() == 6 ? FrameMd5Line{std::stoi(f[0]), std::stoull(f[4]), f[5]} : FrameMd5Line{-1, 0, line});
-    }
-    return lines;
-}
-
-inline std::string md5Hex(const std::vector<unsigned char>& bytes)
-{
-    // Through md5sum, so that the test uses no second implementation.
-    char name[] = "/tmp/vlmd5.XXXXXX";
-    int fd = ::mkstemp(name);
-    if (fd < 0)
-        return {};
-    FILE* f = ::fdopen(fd, "wb");
-    std::fwrite(bytes.data(), 1, bytes.size(), f);
-    std::fclose(f);
-    std::string out = run(std::string("md5sum ") + name);
-    std::remove(name);
-    return out.substr(0, 32);
+    return run("ffmpeg -v error -i '" + convertString(path) + "' -map " + map + " -c copy -f data - 2>&1");
 }
 
 } // namespace writertest

@@ -22,8 +22,8 @@ public:
     ~TempDir()
     {
         std::error_code ec;
-        if (!path_.empty())
-            if (!std::getenv("VELLORO_KEEP_TEMP")) std::filesystem::remove_all(path_, ec);
+        if (!path_.empty() && !std::getenv("VELLORO_KEEP_TEMP"))
+            std::filesystem::remove_all(path_, ec);
     }
     TempDir(const TempDir&) = delete;
     TempDir& operator=(const TempDir&) = delete;

@@ -25,26 +25,13 @@ std::vector<long> openFlagsOf(const fs::path& path)
     std::vector<long> flags;
     for (const auto& entry : fs::directory_iterator("/proc/self/fd")) {
         std::error_code ec;
-        if (fs::read_symlink(entry.path(), ec) != path)
-            continue;
         std::ifstream info("/proc/self/fdinfo/" + entry.path().filename().string());
-        std::string key;
-        while (info >> key) {
-            if (key == "flags:") {
-                std::string octal;
-                info >> octal;
+        std::string key, octal;
+        while (fs::read_symlink(entry.path(), ec) == path && info >> key >> octal)
+            if (key == "flags:")
                 flags.push_back(std::stol(octal, nullptr, 8));
-            }
-        }
     }
     return flags;
-}
-
-void writePattern(const fs::path& path, unsigned long n)
-{
-    std::ofstream f(path, std::ios::binary);
-    for (unsigned long i = 0; i < n; ++i)
-        f.put(static_cast<char>(i % 251));
 }
 
 TEST(HostFile, UnbufferedOpenUsesDirectIoOnARealDisk)
@@ -55,7 +42,11 @@ TEST(HostFile, UnbufferedOpenUsesDirectIoOnARealDisk)
     if (::statfs(dir.path().c_str(), &where) == 0 && where.f_type == 0x01021994) // tmpfs has no O_DIRECT
         GTEST_SKIP() << "the build tree is on tmpfs";
     fs::path file = dir.path() / "direct.bin";
-    writePattern(file, 200000);
+    {
+        std::ofstream f(file, std::ios::binary);
+        for (unsigned long i = 0; i < 200000; ++i)
+            f.put(static_cast<char>(i % 251));
+    }
 
     // Whether the one descriptor open on the file is O_DIRECT.
     auto direct = [&] {

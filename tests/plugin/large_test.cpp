@@ -17,8 +17,7 @@ TEST_F(LoadedPlugin, OpenDmlFileOverOneGiBMatchesFfmpeg)
     std::string path = (dir.path() / "large.avi").string();
     ASSERT_TRUE(testutil::makeLargeFile(path));
 
-    std::string ours;
-    std::string error;
+    std::string ours, error;
     ASSERT_TRUE(velloro::pluginFrameMd5(*reader_, wide(path), ours, error)) << error;
     std::vector<std::string> expected = comparable(slurp(path + ".framemd5"));
     ASSERT_EQ(expected.size(), 641u);

@@ -82,17 +82,16 @@ TEST(WriterTracks, VideoAndAudioWords)
     EXPECT_EQ(std::tuple(d.tracks[0].Type, d.tracks[0].Data.Words[0], d.tracks[0].pExtraData),
               std::tuple(Morvane::Avi::StreamTimecode, 30000u | std::uint64_t(1001) << 32, nullptr));
     const auto& v = d.tracks[1].Data.VInfo;
-    EXPECT_EQ(d.tracks[1].Type, Morvane::Avi::StreamVideo);
-    // width, code, bits, fields, aspect, rate, scale, the two reserved words, the frame size word
-    EXPECT_EQ((std::vector<std::uint64_t>{v.width, v.fourcc, v.bitCount, v.fieldCode, v.aspectRatio, v.rate, v.scale,
-                                          v.reserved10, v.reserved11, v.gopLength}),
-              (std::vector<std::uint64_t>{720, makeFourCC("dvsd"), 24, 3, 0x00100009, 30000, 1001, 1, 1, 120000}));
+    // type, width, code, bits, fields, aspect, rate, scale, the two reserved words, the frame size word
+    EXPECT_EQ((std::vector<std::uint64_t>{d.tracks[1].Type, v.width, v.fourcc, v.bitCount, v.fieldCode, v.aspectRatio,
+                                          v.rate, v.scale, v.reserved10, v.reserved11, v.gopLength}),
+              (std::vector<std::uint64_t>{Morvane::Avi::StreamVideo, 720, makeFourCC("dvsd"), 24, 3, 0x00100009, 30000,
+                                          1001, 1, 1, 120000}));
     for (int i : {2, 3}) {
         const auto& a = d.tracks[i].Data.AInfo;
-        EXPECT_EQ(d.tracks[i].Type, Morvane::Avi::StreamAudio);
-        EXPECT_EQ((std::vector<std::uint64_t>{a.formatTag, a.channels, a.samplesPerSec, a.blockAlign, a.avgBytesPerSec,
-                                              u32(reinterpret_cast<const unsigned char*>(&d.tracks[i].Data), 20)}),
-                  (std::vector<std::uint64_t>{1, 2, 48000, 4, 192000, 1}));
+        EXPECT_EQ((std::vector<std::uint64_t>{d.tracks[i].Type, a.formatTag, a.channels, a.samplesPerSec, a.blockAlign,
+                                              a.avgBytesPerSec, u32(reinterpret_cast<const unsigned char*>(&d.tracks[i].Data), 20)}),
+                  (std::vector<std::uint64_t>{Morvane::Avi::StreamAudio, 1, 2, 48000, 4, 192000, 1}));
     }
 }
 
@@ -192,51 +191,33 @@ protected:
         for (std::uint32_t f : codes({"dvsd", "dv25", "dv50"}))
             Vl::EncoderInfo::registerEncoder(f);
     }
-    std::vector<std::uint32_t> offered()
+    // The codes offered for a file type, each with its raster table's rows.
+    using Offers = std::vector<std::pair<std::uint32_t, std::size_t>>;
+    Offers offered(const char* type)
     {
         VectorExt<Compression::SupportedFormatT> out;
-        writer_.getSupportedFileFormats("AVI", out);
-        std::vector<std::uint32_t> codes;
+        writer_.getSupportedFileFormats(type, out);
+        Offers offers;
         for (const auto& f : out)
-            codes.push_back(f.fcc);
-        return codes;
+            offers.emplace_back(f.fcc, f.imageFormats.size());
+        return offers;
     }
     avi::FileWriter writer_;
 };
 
-TEST_F(Negotiation, OfferedFormatsInOrder)
+// In order, with their raster tables (SD 10 rows, DVCPRO HD 13, HD 15); no
+// DV while the DV encoder is gone.
+TEST_F(Negotiation, OfferedFormatsAndTheirRasters)
 {
-    EXPECT_EQ(offered(), codes({"dvsd", "dv25", "dv50", "dvh1", "YUY2", "UYVY", "M101", "M102", "MMES", "M701"}));
+    const auto fccs = codes({"dvsd", "dv25", "dv50", "dvh1", "YUY2", "UYVY", "M101", "M102", "MMES", "M701"});
+    const std::size_t rows[] = {10, 10, 10, 13, 25, 25, 10, 15, 10, 15};
+    Offers all;
+    for (std::size_t i = 0; i < fccs.size(); ++i)
+        all.emplace_back(fccs[i], rows[i]);
+    EXPECT_EQ(offered("AVI"), all);
     Vl::EncoderInfo::unregisterEncoder(makeFourCC("dvsd"));
-    EXPECT_EQ(offered(), codes({"dvh1", "YUY2", "UYVY", "M101", "M102", "MMES", "M701"}));
-
-    VectorExt<Compression::SupportedFormatT> out;
-    writer_.getSupportedFileFormats("MOV", out);
-    EXPECT_TRUE(out.empty());
-}
-
-TEST_F(Negotiation, RasterTables)
-{
-    VectorExt<Compression::SupportedFormatT> out;
-    writer_.getSupportedFileFormats("AVI", out);
-    ASSERT_EQ(out.size(), 10u);
-    auto rows = [](const Compression::SupportedFormatT& f) {
-        std::vector<std::uint32_t> v;
-        for (const auto& r : f.imageFormats)
-            v.insert(v.end(), {r.imageFormat, r.formatGroup, r.videoFormatUID, r.valid});
-        return v;
-    };
-    const std::vector<std::uint32_t> sd = {3, 0, 3, 1,  1, 0, 3, 1,  2, 0, 3, 1,  5, 0, 16, 1, 1, 0, 16, 1,
-                                           2, 0, 16, 1, 5, 0, 15, 1, 1, 0, 15, 1, 2, 0, 15, 1, 0, 0, 0,  1};
-    EXPECT_EQ(rows(out[0]), sd);
-    EXPECT_EQ(rows(out[8]), sd);                      // MMES
-    EXPECT_EQ(out[3].imageFormats.size(), 13u);       // dvh1: DVCPRO HD
-    EXPECT_EQ(out[3].imageFormats[0].formatGroup, 1u);
-    EXPECT_EQ(out[3].imageFormats[11].imageFormat, 10u);
-    EXPECT_EQ(out[4].imageFormats.size(), 10u + 15u); // YUY2: SD then HD
-    EXPECT_EQ(out[4].imageFormats[10].videoFormatUID, 28u);
-    EXPECT_EQ(out[4].imageFormats[23].imageFormat, 9u);
-    EXPECT_EQ(out[7].imageFormats.size(), 15u);       // M102: HD
+    EXPECT_EQ(offered("AVI"), Offers(all.begin() + 3, all.end()));
+    EXPECT_TRUE(offered("MOV").empty());
 }
 
 TEST_F(Negotiation, PerPictureList)
@@ -259,15 +240,14 @@ TEST_F(Negotiation, PerPictureList)
     ShotVideoMetadata m;
     EXPECT_TRUE(writer_.getSupportedFileFormats("WAV", m).empty());
 
-    Vl::FileWriterParams p = params("M101", 720, 576);
-    EXPECT_TRUE(writer_.isSupportedFileFormat(p));
-    p.image_.width = 5000; // a supported code at an unsupported size
-    EXPECT_FALSE(writer_.isSupportedFileFormat(p));
-    p = params("UYVY", 720, 576);
-    EXPECT_FALSE(writer_.isSupportedFileFormat(p));
-    p = params("M101", 720, 576);
-    p.typeName_ = "MOV";
-    EXPECT_FALSE(writer_.isSupportedFileFormat(p));
+    // A supported code, at a supported size, for AVI only.
+    for (auto [fcc, width, type, ok] : {std::tuple{"M101", 720u, "AVI", true}, {"M101", 5000u, "AVI", false},
+                                        {"UYVY", 720u, "AVI", false}, {"M101", 720u, "MOV", false}}) {
+        Vl::FileWriterParams p = params(fcc, 720, 576);
+        p.image_.width = width;
+        p.typeName_ = type;
+        EXPECT_EQ(writer_.isSupportedFileFormat(p), ok) << fcc << " " << width << " " << type;
+    }
 }
 
 TEST_F(Negotiation, InputImageAndPanels)
@@ -275,11 +255,8 @@ TEST_F(Negotiation, InputImageAndPanels)
     Vl::FileWriterParams p = params("v210", 1920, 1080);
     p.image_.bitsPerComponent = 10;
     Vl::Image::Core::Object in = writer_.getInputImageFormat(p);
-    EXPECT_EQ(in.dataFormat, makeFourCC("v210"));
-    EXPECT_EQ(in.bitsPerComponent, 10u);
-    EXPECT_EQ(in.bitsPerPixel, 20u);
-    p = params("dvsd", 720, 576);
-    EXPECT_EQ(writer_.getInputImageFormat(p).dataFormat, makeFourCC("YUY2"));
+    EXPECT_EQ(std::tuple(in.dataFormat, in.bitsPerComponent, in.bitsPerPixel), std::tuple(makeFourCC("v210"), 10u, 20u));
+    EXPECT_EQ(writer_.getInputImageFormat(params("dvsd", 720, 576)).dataFormat, makeFourCC("YUY2"));
     p = params("XVID", 720, 576);
     EXPECT_EQ(writer_.getInputImageFormat(p).dataFormat, 0xFFFFFFFFu);
     EXPECT_FALSE(writer_.formatHasConfigPanel(p.videoCompressionInfo_));
