@@ -31,7 +31,7 @@ public:
     // Gives the frame being written its share of every audio stream: count
     // is set to the samples per channel, and currentAudioBuffer(i) holds
     // stream i's samples, its channels interleaved. 1, or 0 when writing
-    // was cancelled.
+    // was cancelled or has failed.
     int getNextAudioBuffers(std::uint32_t& count);
     const unsigned char* currentAudioBuffer(std::uint32_t stream) const;
     // Samples per channel due by the end of frame n: the shares are exact,

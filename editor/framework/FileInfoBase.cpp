@@ -152,18 +152,30 @@ void FileInfoBase::threadFn()
         }
         int result = writeSurface(bytes, size, entry.type);
         entry.frame.reset();
-        std::lock_guard lock(s.mutex);
-        if (result == 1) {
-            ++s.framesWritten;
-        } else if (!s.failed && !s.cancelled) {
-            s.failed = true;
-            s.error = result;
+        bool stop = false;
+        {
+            std::lock_guard lock(s.mutex);
+            if (result == 1) {
+                ++s.framesWritten;
+            } else if (!s.failed && !s.cancelled) {
+                s.failed = true;
+                s.error = result;
+                stop = true;
+            }
+            s.changed.notify_all();
         }
+        // No audio is taken after a failure: whoever waits for room in the
+        // rings is refused now rather than never woken.
+        if (stop)
+            stopAudio();
+    }
+    {
+        std::lock_guard lock(s.mutex);
+        s.threadDone = true;
         s.changed.notify_all();
     }
-    std::lock_guard lock(s.mutex);
-    s.threadDone = true;
-    s.changed.notify_all();
+    // This thread was the rings' only reader.
+    stopAudio();
 }
 
 int FileInfoBase::writeFinish()

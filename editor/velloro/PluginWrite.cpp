@@ -63,6 +63,17 @@ std::string loggedReason(int code)
     return "the editor's error " + std::to_string(code);
 }
 
+// What a failed read of `path` at `what` tells: the reader's last word on it.
+std::string readFailure(const std::wstring& path, const std::string& what)
+{
+    std::string error = vlhost::toSystemPath(path) + ": " + what + " could not be read";
+    std::vector<std::string> logged = vlhost::logLines(0);
+    std::string why = logged.empty() ? std::string() : logged.back();
+    while (!why.empty() && (why.back() == '\n' || why.back() == ' '))
+        why.pop_back();
+    return why.empty() ? error : error + " (" + why + ")";
+}
+
 // Whether the writer takes the compression of params at its size: offered
 // for the file type, accepted for the picture, or an uncompressed kind it
 // takes as it comes.
@@ -124,9 +135,25 @@ public:
 
     bool audio(const Aud::StreamBufferList& buffers, std::uint32_t count, std::string& error)
     {
-        if (writer_.writeAudioSamples(instance_, buffers, count) != 1)
-            return fail("the audio was refused", 0, error);
-        return true;
+        if (writer_.writeAudioSamples(instance_, buffers, count) == 1)
+            return true;
+        // A writer that failed refuses audio from then on: its failure is the reason.
+        FileWriteInstance::Status status = instance_->getStatus();
+        if (status.state == FileWriteInstance::eFailed)
+            return fail("cannot write", status.error, error);
+        return fail("the audio was refused", 0, error);
+    }
+
+    // The source has no more audio: the writer stops waiting for it and
+    // gives the remaining frames what is there.
+    void audioEnded() { writer_.setAudioFinished(instance_); }
+
+    // The source failed: the error is the source's, and no file is left.
+    bool sourceFailed(std::string reason, std::string& error)
+    {
+        error = std::move(reason);
+        abandon();
+        return false;
     }
 
     bool frame(Vl::Ptr<FrameBuffer>& buffer, std::string& error)
@@ -400,6 +427,12 @@ bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
     Aud::StreamBufferList all;
     const unsigned length = v.lengthInFrames();
     std::deque<Vl::Ptr<VideoReadRequest>> inFlight;
+    // Every way out lets the reads in flight finish before the file goes.
+    auto stop = [&](bool ok) {
+        inFlight.clear();
+        reader.waitForIdle();
+        return ok;
+    };
     unsigned next = 0;
     for (unsigned i = 0; i < length; ++i) {
         while (next < length && next - i < kVideoWindow)
@@ -410,17 +443,14 @@ bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
         Vl::Ptr<FrameBuffer> frame;
         if (request->wait() == RequestStatus::eCompleted)
             frame = request->getResult();
-        if (!frame) {
-            error = "frame " + std::to_string(i) + " could not be read";
-            inFlight.clear();
-            reader.waitForIdle();
-            return false;
-        }
+        if (!frame)
+            return stop(session.sourceFailed(readFailure(in, "frame " + std::to_string(i)), error));
         // This frame's audio goes in before the frame, in every stream.
         std::uint64_t due = std::min(total, session.audioDue(i + 1));
         while (fed < due) {
-            // The reader answers a run past the end of its audio with nothing:
-            // shrink the run until a single sample is refused.
+            // The reader answers a run past the end of its audio with nothing,
+            // and one it cannot serve with a failure: shrink the run until a
+            // single sample is refused, and stop at a failure.
             std::uint32_t want = static_cast<std::uint32_t>(std::min<std::uint64_t>(due - fed, 65536));
             std::uint32_t got = 0;
             for (; want >= 1 && got == 0; want /= 2) {
@@ -430,7 +460,11 @@ bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
                     Vl::Ptr<AudioReadRequest> ask(
                         new AudioReadRequest(file, s, static_cast<std::uint32_t>(fed), want));
                     reader.readAudioSample(ask, false);
-                    std::uint32_t n = ask->wait() == RequestStatus::eCompleted ? ask->result().samples() : 0;
+                    if (ask->wait() != RequestStatus::eCompleted)
+                        return stop(session.sourceFailed(
+                            readFailure(in, "audio stream " + std::to_string(s) + " at sample " + std::to_string(fed)),
+                            error));
+                    std::uint32_t n = ask->result().samples();
                     got = std::min(got, n);
                     for (std::uint32_t c = 0; c < perStream && c < ask->result().channels(); ++c)
                         std::memcpy(all.channel(s * perStream + c), ask->result().channel(c),
@@ -438,22 +472,19 @@ bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
                 }
             }
             if (got == 0) {
-                // The file has less audio than it said: the rest is not there.
+                // The file has less audio than it said: the rest is not there,
+                // and the writer must not wait for it.
                 total = fed;
+                session.audioEnded();
                 break;
             }
             all.setSamples(got);
-            if (!session.audio(all, got, error)) {
-                reader.waitForIdle();
-                return false;
-            }
+            if (!session.audio(all, got, error))
+                return stop(false);
             fed += got;
         }
-        if (!session.frame(frame, error)) {
-            inFlight.clear();
-            reader.waitForIdle();
-            return false;
-        }
+        if (!session.frame(frame, error))
+            return stop(false);
         if (progress)
             progress->update(i + 1);
     }

@@ -1,10 +1,16 @@
 // velloro's render and export through the loaded plug-in: ffprobe opens
 // every written file cleanly with the right streams, and the files read back
-// through the plug-in frame-exact.
+// through the plug-in frame-exact; a source that breaks part-way ends the
+// export with its error.
 #include <gtest/gtest.h>
 
+#include <sys/wait.h>
+
+#include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <map>
 
 #include "Md5.h"
@@ -118,6 +124,91 @@ TEST_F(WriterPlugin, ExportKeepsFramesAndAudio)
             return run("ffmpeg -v error -i '" + f + "' -map 0:a -c copy -f md5 - 2>/dev/null");
         };
         EXPECT_EQ(audioMd5(out), audioMd5(in));
+    }
+}
+
+// Sources whose reads fail part-way, made from one ffmpeg file by breaking its
+// idx1 from half-way (or from the start) on: entries of one kind pointed past
+// the end of the file or dropped, or the movi cut in half with the idx1 kept.
+// velloro export ends (timeout makes a hang a status of its own) with
+// status 1 and one line naming the source and what failed, and leaves no
+// file or one ffprobe opens cleanly.
+TEST_F(WriterPlugin, ExportOfASourceThatFailsPartWayEndsWithItsError)
+{
+    const std::string dir = dir_.path().string(), src = dir + "/src.avi";
+    ASSERT_EQ(std::system(("ffmpeg -v error -f lavfi -i testsrc=size=64x48:rate=25 -f lavfi -i sine=sample_rate=48000 "
+                           "-t 2 -c:v rawvideo -pix_fmt uyvy422 -vtag UYVY -c:a pcm_s16le -ac 2 '" + src + "'")
+                              .c_str()),
+              0);
+    const std::string whole = slurp(src);
+    auto u32 = [](const std::string& s, std::size_t at) {
+        std::uint32_t v;
+        std::memcpy(&v, s.data() + at, 4);
+        return v;
+    };
+    auto put = [](std::string& s, std::size_t at, std::uint32_t v) { std::memcpy(s.data() + at, &v, 4); };
+    std::size_t movi = 0, idx1 = 0;
+    for (std::size_t at = 12; at + 8 <= whole.size(); at += 8 + ((u32(whole, at + 4) + 1) & ~1u)) {
+        if (whole.compare(at, 4, "idx1") == 0)
+            idx1 = at;
+        if (whole.compare(at, 4, "LIST") == 0 && whole.compare(at + 8, 4, "movi") == 0)
+            movi = at;
+    }
+    ASSERT_TRUE(movi && idx1 && idx1 + 8 + u32(whole, idx1 + 4) <= whole.size());
+    const std::string entries = whole.substr(idx1 + 8, u32(whole, idx1 + 4));
+
+    enum How { kPastTheEnd, kDropped, kCut };
+    // reason: what the line names after the source; none where the reader
+    // takes the break for the end of the audio, which may also finish.
+    struct Case { How how; const char* kind; bool fromStart; const char* reason; } cases[] = {
+        {kPastTheEnd, "dc", false, ": frame "},
+        {kCut, "", false, ": frame "},
+        {kDropped, "wb", false, ": audio stream 0 at sample "},
+        {kDropped, "wb", true, ": audio stream 0 at sample 0 "},
+        {kPastTheEnd, "wb", false, nullptr},
+    };
+    for (std::size_t k = 0; k < std::size(cases); ++k) {
+        const Case& c = cases[k];
+        SCOPED_TRACE(k);
+        std::string kept;
+        const std::size_t n = entries.size() / 16;
+        std::size_t ofKind = 0, seen = 0;
+        for (std::size_t i = 0; i < n; ++i)
+            ofKind += entries.compare(i * 16 + 2, 2, c.kind) == 0;
+        for (std::size_t i = 0; i < n; ++i) {
+            std::string e = entries.substr(i * 16, 16);
+            bool broken = e.compare(2, 2, c.kind) == 0 && seen++ >= (c.fromStart ? 0 : ofKind / 2);
+            if (broken && c.how == kDropped)
+                continue;
+            if (broken)
+                put(e, 8, 0x7FFF0000);
+            kept += e;
+        }
+        std::string file = whole.substr(0, idx1);
+        if (c.how == kCut) {
+            file.resize((movi + 8 + u32(whole, movi + 4) / 2) & ~std::size_t(1));
+            put(file, movi + 4, static_cast<std::uint32_t>(file.size() - movi - 8));
+        }
+        file += "idx1    " + kept;
+        put(file, file.size() - kept.size() - 4, static_cast<std::uint32_t>(kept.size()));
+        put(file, 4, static_cast<std::uint32_t>(file.size() - 8));
+        const std::string in = dir + "/in" + std::to_string(k) + ".avi", out = dir + "/out" + std::to_string(k) + ".avi";
+        std::ofstream(in, std::ios::binary) << file;
+
+        int rc = std::system(("timeout -k 10 120 bin/velloro export '" + in + "' '" + out + "' >/dev/null 2>'" + dir +
+                              "/err'")
+                                 .c_str());
+        const int status = WIFEXITED(rc) ? WEXITSTATUS(rc) : -1;
+        const std::string err = slurp(dir + "/err");
+        const bool oneLine = std::count(err.begin(), err.end(), '\n') == 1;
+        if (c.reason) {
+            EXPECT_EQ(status, 1) << err;
+            EXPECT_TRUE(oneLine) << err;
+            EXPECT_EQ(err.rfind("velloro export: " + out + ": " + in + c.reason, 0), 0u) << err;
+        } else {
+            EXPECT_TRUE((status == 0 && err.empty()) || (status == 1 && oneLine)) << status << " " << err;
+        }
+        EXPECT_TRUE(!exists(out) || run("ffprobe -v error '" + out + "' 2>&1").empty());
     }
 }
 

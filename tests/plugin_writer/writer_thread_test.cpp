@@ -1,7 +1,10 @@
 // The editor's writer thread under load: audio pushed from another thread
-// in uneven runs while frames are queued, read back sample for sample.
+// in uneven runs while frames are queued, read back sample for sample; and
+// its failure reaching whoever waits on it.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <future>
 #include <string>
 #include <thread>
 #include <vector>
@@ -76,6 +79,45 @@ TEST(WriterThread, AudioFromAnotherThreadStaysInOrderAndInSync)
         ASSERT_EQ(at(4 * i + 2), static_cast<std::uint16_t>(~i)) << i;
     }
     EXPECT_EQ(run("ffprobe -v error '" + path + "' 2>&1"), "");
+}
+
+TEST(WriterThread, AFailedWriteRefusesAudioWaitingForRoom)
+{
+    // Takes its frame's audio, then finds the disk full.
+    struct Failing : Vl::FileInfoBase
+    {
+        using Vl::FileInfoBase::FileInfoBase;
+        using Vl::FileInfoBase::writeSurface;
+        int initialise() override { return 1; }
+        void deinitialise() override {}
+        int writeSurface(unsigned char*, unsigned int, VlroMpeg2FrameTypes) override
+        {
+            std::uint32_t count = 0;
+            return getNextAudioBuffers(count) == 1 ? 2 : 0;
+        }
+    };
+    Vl::Ptr<Failing> file(new Failing(L"unused", params("UYVY", 64, 48), true));
+    // More than the rings hold: the feeder waits for room only the writer
+    // thread makes.
+    std::future<int> fed = std::async(std::launch::async, [&] {
+        Aud::StreamBufferList buffers;
+        buffers.reset(2, 1 << 18, 2);
+        buffers.setSamples(1 << 18);
+        return file->copyToCircularBuffer(buffers, 1 << 18);
+    });
+    Vl::Ptr<ByteBufferImpl> memory(new ByteBufferImpl());
+    ASSERT_TRUE(memory->alloc(64 * 48 * 2 + 1));
+    memory->setUsed(64 * 48 * 2);
+    Vl::Ptr<FrameBuffer> frame(new FrameBuffer(nullptr, memory, nullptr));
+    ASSERT_EQ(file->writeSurface(frame), 1);
+    // A watchdog only: a feeder never woken fails here instead of blocking.
+    const bool ended = fed.wait_for(std::chrono::minutes(2)) == std::future_status::ready;
+    if (!ended)
+        file->signalCancel();
+    EXPECT_TRUE(ended);
+    EXPECT_EQ(fed.get(), 0);
+    EXPECT_EQ(file->writeFinish(), 2);
+    EXPECT_EQ(file->getStatus().state, FileWriteInstance::eFailed);
 }
 
 TEST(WriterThread, SharesFollowTheFrameRateExactly)
