@@ -158,13 +158,14 @@ TEST_F(WriterPlugin, ExportOfASourceThatFailsPartWayEndsWithItsError)
     const std::string entries = whole.substr(idx1 + 8, u32(whole, idx1 + 4));
 
     enum How { kPastTheEnd, kDropped, kCut };
-    // reason: what the line names after the source; none where the reader
-    // takes the break for the end of the audio, which may also finish.
+    // reason: what the line names after the source; none where the index
+    // lists less sound than the header says (the export may finish with the
+    // sound there is) or the reader takes the break for its end.
     struct Case { How how; const char* kind; bool fromStart; const char* reason; } cases[] = {
         {kPastTheEnd, "dc", false, ": frame "},
         {kCut, "", false, ": frame "},
-        {kDropped, "wb", false, ": audio stream 0 at sample "},
-        {kDropped, "wb", true, ": audio stream 0 at sample 0 "},
+        {kDropped, "wb", false, nullptr},
+        {kDropped, "wb", true, nullptr},
         {kPastTheEnd, "wb", false, nullptr},
     };
     for (std::size_t k = 0; k < std::size(cases); ++k) {
