@@ -22,4 +22,6 @@ public:
     virtual bool setPosition(std::uint64_t pos) = 0;
     virtual std::uint64_t getPosition() const = 0;
     virtual std::uint64_t getSize() const = 0;
+    // Everything written so far, and the size, is on the disk; or false.
+    virtual bool sync() = 0;
 };

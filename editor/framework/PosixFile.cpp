@@ -16,6 +16,7 @@ namespace vlhost {
 namespace {
 
 std::atomic<std::uint64_t> g_writeCalls{0};
+std::atomic<std::uint64_t> g_syncCalls{0};
 
 int openRetrying(const char* path, int flags, mode_t mode)
 {
@@ -31,6 +32,11 @@ int openRetrying(const char* path, int flags, mode_t mode)
 std::uint64_t fileWriteCalls()
 {
     return g_writeCalls.load(std::memory_order_relaxed);
+}
+
+std::uint64_t fileSyncCalls()
+{
+    return g_syncCalls.load(std::memory_order_relaxed);
 }
 
 Vl::Ptr<iFile> PosixFile::open(const std::string& path, eAccess access, eOpenBehaviour behaviour, eFlags flags,
@@ -199,6 +205,22 @@ std::uint64_t PosixFile::getSize() const
     if (::fstat(fd_, &st) != 0)
         return 0;
     return static_cast<std::uint64_t>(st.st_size);
+}
+
+bool PosixFile::sync()
+{
+    ++syncCalls_;
+    g_syncCalls.fetch_add(1, std::memory_order_relaxed);
+    if (faults_.failSyncCall > 0 && syncCalls_ == faults_.failSyncCall) {
+        errno = faults_.failSyncErrno;
+        return false;
+    }
+    // The buffered descriptor is of the same file: one call covers both.
+    int result;
+    do {
+        result = ::fdatasync(fd_);
+    } while (result != 0 && errno == EINTR);
+    return result == 0;
 }
 
 } // namespace vlhost

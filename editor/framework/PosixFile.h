@@ -23,6 +23,7 @@ public:
     bool setPosition(std::uint64_t pos) override;
     std::uint64_t getPosition() const override;
     std::uint64_t getSize() const override;
+    bool sync() override;
 
     bool isDirect() const { return direct_; }
 
@@ -42,6 +43,7 @@ private:
     FileFaults faults_;
     std::int64_t written_ = 0;
     std::int64_t writeCalls_ = 0;
+    std::int64_t syncCalls_ = 0;
     std::int64_t fullSize_ = -1; // the file's size when the disk became full
 };
 

@@ -37,6 +37,7 @@ public:
     }
     bool write(const void*, std::uint64_t) override { return false; }
     bool setPosition(std::uint64_t pos) override { return file_->setPosition(pos); }
+    bool sync() override { return file_->sync(); }
     std::uint64_t getPosition() const override { return file_->getPosition(); }
     std::uint64_t getSize() const override { return file_->getSize(); }
     unsigned reads = 0;

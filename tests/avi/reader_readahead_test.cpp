@@ -41,6 +41,7 @@ public:
     }
     bool write(const void*, std::uint64_t) override { return false; }
     bool setPosition(std::uint64_t pos) override { return pos_ = pos, true; }
+    bool sync() override { return true; }
     std::uint64_t getPosition() const override { return pos_; }
     std::uint64_t getSize() const override { return bytes_.size(); }
 

@@ -28,6 +28,10 @@ struct FileFaults
     // the file's size at that moment are still overwritten, any byte that
     // would grow it fails with ENOSPC; 0 for never.
     std::int64_t diskFullFromWriteCall = 0;
+    // The sync call with this number (1 for the first) fails with
+    // failSyncErrno and syncs nothing; 0 for none.
+    std::int64_t failSyncCall = 0;
+    int failSyncErrno = EIO;
     // Sector size the drive description reports for this path; 0 for the
     // real device's.
     std::uint32_t sectorSize = 0;

@@ -15,6 +15,8 @@ MemoryStats memoryStats();
 
 // Write calls made on files the stand-in opened, since the process started.
 std::uint64_t fileWriteCalls();
+// Sync calls made on those files, since the process started.
+std::uint64_t fileSyncCalls();
 
 // Lines written by Log (log 0) and LogBoth (log 1), oldest first.
 std::vector<std::string> logLines(int log);
