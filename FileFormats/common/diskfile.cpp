@@ -1,5 +1,6 @@
 #include "FileFormats/common/diskfile.h"
 
+#include <cerrno>
 #include <cstdio>
 
 #include "host/iFileSystem.h"
@@ -41,6 +42,21 @@ HRESULT CDiskFile::seek(unsigned long pos, int origin)
     if (!file->setPosition(target))
         return HRFromLastError();
     return S_OK;
+}
+
+HRESULT CDiskFile::sync()
+{
+    if (!file_) {
+        setLastError(L"Failed to sync file to disk: no file is open.");
+        return E_FAIL;
+    }
+    Vl::Ptr<iFile> file = file_;
+    if (file->sync())
+        return S_OK;
+    const int err = errno;
+    HRESULT hr = HRFromLastError();
+    setLastError(L"Failed to sync file to disk.", err);
+    return hr;
 }
 
 void CDiskFile::closeFile()

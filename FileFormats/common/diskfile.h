@@ -19,6 +19,9 @@ public:
     virtual HRESULT seek(unsigned long pos, int origin);
     virtual void closeFile();
     virtual void setFilename(std::wstring name);
+    // Puts what was written, and the size, on the disk; a failure leaves
+    // its text with the system's reason.
+    HRESULT sync();
 
     unsigned long getSize() const;
     unsigned long getPos() const;
