@@ -84,6 +84,19 @@ FileWriter::FileInfo::~FileInfo()
     delete[] tracks_;
 }
 
+int FileWriter::FileInfo::writeFinish()
+{
+    const int result = Vl::FileInfoBase::writeFinish();
+    // A cancelled or failed take is closed by the destructor; only a
+    // complete one owes the caller the outcome of its close.
+    if (result != 1 || !writer_ || !writer_->isOpen())
+        return result;
+    const int closed = VlErrFromHresult(writer_->finish());
+    if (closed != 1)
+        LogBoth("%s\n", Morvane::convertString(writer_->getLastError()).c_str());
+    return closed;
+}
+
 int FileWriter::FileInfo::initialise()
 {
     return 1;

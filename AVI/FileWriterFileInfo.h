@@ -28,6 +28,9 @@ public:
     void deinitialise() override;
     using Vl::FileInfoBase::writeSurface;
     int writeSurface(unsigned char* data, unsigned int size, VlroMpeg2FrameTypes type) override;
+    // Once every frame is written, closes the file; a close that fails
+    // (indexes, header or the sync to disk) fails the take.
+    int writeFinish() override;
 
     const Morvane::Avi::TrackStructuralData* tracks() const { return tracks_; }
     const Morvane::Avi::TrackData* trackData() const { return trackData_; }

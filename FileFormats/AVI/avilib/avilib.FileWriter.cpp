@@ -10,6 +10,7 @@
 #include "FileFormats/AVI/avilib/avilib.Records.h"
 #include "FileFormats/AVI/avilib/avilib.WriterBytes.h"
 #include "util/pellistimecode.h"
+#include "util/stringUtils.h"
 
 namespace Morvane::Avi {
 
@@ -383,10 +384,26 @@ HRESULT FileWriter::WriteHeader()
 
 void FileWriter::close()
 {
+    finish();
+}
+
+HRESULT FileWriter::finish()
+{
+    HRESULT hr = S_OK;
     if (isOpen() && !m_StrlChunks.empty() && m_StrlChunks[0].m_dwSamplesWritten > 0) {
-        WriteIndexTable(false);
-        WriteLegacyIndexTable();
+        setLastError(L"");
+        hr = WriteIndexTable(false);
+        const HRESULT legacy = WriteLegacyIndexTable();
+        if (SUCCEEDED(hr))
+            hr = legacy;
         Flush();
+        if (FAILED(hr) && getLastError().empty())
+            setLastError(Morvane::format(L"Failed to write the indexes at close, error 0x%08X.",
+                                         static_cast<unsigned>(hr)));
+        // A file that closed must survive a power cut.
+        const HRESULT synced = sync();
+        if (SUCCEEDED(hr))
+            hr = synced;
     }
     bool noFrames = m_StrlChunks.empty() || m_StrlChunks[0].m_dwSamplesWritten == 0;
     FreeTracks();
@@ -400,6 +417,7 @@ void FileWriter::close()
     m_pCurMovi = nullptr;
     m_StrlChunks.clear();
     InitVariables();
+    return hr;
 }
 
 void FileWriter::set_NextIndexRealLocation(std::uint32_t n)

@@ -25,7 +25,11 @@ public:
 
     using Pell::CFileWriterUnbuffered::create;
     HRESULT create(const std::wstring& path, TrackStructuralData* pTracks, std::uint16_t nTracks);
+    // finish() with its result dropped.
     void close() override;
+    // Completes the indexes and header, syncs the file to the disk and closes
+    // it (closed whatever the result): S_OK, or the first failure with its text.
+    HRESULT finish();
     void set_FlushFrequency(std::uint32_t n) { m_dwFlushFrequency = n; }
 
     HRESULT WriteSamples(TrackData* pTrackData, short nTrackData);

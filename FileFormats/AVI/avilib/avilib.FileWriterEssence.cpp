@@ -210,6 +210,10 @@ HRESULT FileWriter::CreateNewRIFFChunk()
         if (FAILED(hr))
             return hr;
         Flush();
+        // The finished RIFF, its indexes and sizes, survive a power cut.
+        hr = sync();
+        if (FAILED(hr))
+            return hr;
         for (CStrl& strl : m_StrlChunks)
             strl.m_dwSamplesInChunk = 0;
         ++m_dwRIFF_Chunk_Index;
