@@ -1,6 +1,8 @@
 // A full disk and short system writes while a file grows.
 #include <gtest/gtest.h>
 
+#include <cerrno>
+
 #include "common/TempDir.h"
 #include "vlhost/FileFaults.h"
 #include "writer_readback.h"
@@ -83,4 +85,44 @@ TEST(WriterFaults, ShortSystemWritesGiveTheSameFile)
     Walk plain(dir.file("plain.avi")), shortWrites(dir.file("short.avi"));
     EXPECT_TRUE(plain.data == shortWrites.data);
     checkLayout(shortWrites, Expected{kCapacity, 10, {"00db", "01wb"}});
+}
+
+// A sync that fails is reported, never swallowed: at close the close fails,
+// at a RIFF change the frame that opens the new RIFF does. Either way every
+// frame written before stays readable.
+TEST(WriterFaults, FailedSyncIsReported)
+{
+    testutil::TempDir dir;
+    struct Case { const char* name; std::uint32_t frames; int error; std::uint32_t failingFrame; HRESULT close; } cases[] = {
+        {"at close", 10, EIO, 10, static_cast<HRESULT>(0x80070005u)},
+        {"at close, disk full", 10, ENOSPC, 10, static_cast<HRESULT>(0x80070070u)},
+        {"at the RIFF change", 2666, EIO, 2665, S_OK}, // past the IBP index's 2666 entries
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::wstring path = dir.file("sync.avi");
+        vlhost::FileFaults faults;
+        faults.failSyncCall = 1, faults.failSyncErrno = c.error;
+        vlhost::setFileFaults(path, faults);
+        Mpeg2Track video;
+        std::vector<TrackStructuralData> t = {video.track, audioTrack(1, 100)};
+        t[1].Data.AInfo.blockAlign = 4;
+        FileWriter w;
+        ASSERT_EQ(w.create(path, t.data(), 2), S_OK);
+        Written written;
+        written.start(w, t);
+        for (std::uint32_t f = 0; f < c.frames; ++f) {
+            const HRESULT hr = writertest::writeFrame(w, t, f, [](std::size_t k) { return k == 0 ? 100u : 4u; }, &written);
+            ASSERT_EQ(hr, f == c.failingFrame ? static_cast<HRESULT>(0x80070005u) : S_OK) << f;
+            EXPECT_TRUE(SUCCEEDED(hr) || w.getLastError().rfind(L"Failed to sync file to disk. ", 0) == 0)
+                << convertString(w.getLastError());
+            if (FAILED(hr))
+                break;
+        }
+        EXPECT_EQ(w.finish(), c.close);
+        EXPECT_TRUE(SUCCEEDED(c.close) || w.getLastError().rfind(L"Failed to sync file to disk. ", 0) == 0)
+            << convertString(w.getLastError());
+        vlhost::clearFileFaults();
+        expectReadsBack(path, written);
+    }
 }

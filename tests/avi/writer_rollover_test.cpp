@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "common/TempDir.h"
+#include "vlhost/HostStats.h"
 #include "writer_readback.h"
 
 using namespace writertest;
@@ -53,6 +54,7 @@ TEST(WriterRollover, IndexLimitOpensAnAvixOnIntraFramesOnly)
         ASSERT_EQ(w.create(path, tracks.data(), 2), S_OK);
         Written written;
         written.start(w, tracks);
+        const std::uint64_t syncs = vlhost::fileSyncCalls();
         auto kind = [&](std::uint32_t frame) { return c.longGop ? longGopFrame(frame) : FrameSpec{4, frame}; };
         std::uint32_t f = 0;
         for (; f + 1 < c.opensAt; ++f)
@@ -60,12 +62,16 @@ TEST(WriterRollover, IndexLimitOpensAnAvixOnIntraFramesOnly)
         for (std::uint32_t p = 0; p < c.predictedFrames; ++p, ++f)
             ASSERT_EQ(writeFrame(w, tracks, f, {16, f}, written), S_OK);
         EXPECT_EQ(w.get_RiffChunkIndex(), 0u) << "a predicted frame opened a RIFF";
+        EXPECT_EQ(vlhost::fileSyncCalls() - syncs, 0u) << "synced per frame";
         ASSERT_EQ(kind(f).type, 4u);
         for (const std::uint32_t opening = f; f < opening + (c.longGop ? 10 : 1); ++f) {
             ASSERT_EQ(writeFrame(w, tracks, f, kind(f), written), S_OK);
             EXPECT_EQ(w.get_RiffChunkIndex(), 1u);
         }
-        w.close();
+        // Once when the first RIFF was complete, once at close.
+        EXPECT_EQ(vlhost::fileSyncCalls() - syncs, 1u);
+        EXPECT_EQ(w.finish(), S_OK);
+        EXPECT_EQ(vlhost::fileSyncCalls() - syncs, 2u);
         expectReadsBack(path, written);
         Walk walk(path);
         checkLayout(walk, Expected{176640, f, {"00dc", "01wb"}});

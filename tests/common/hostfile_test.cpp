@@ -92,4 +92,20 @@ TEST(HostFile, SectorSizeOverride)
     vlhost::clearFileFaults();
 }
 
+// A real sync succeeds; a failing one gives the system's code and a text.
+TEST(HostFile, SyncReportsItsFailure)
+{
+    testutil::TempDir dir;
+    std::wstring path = dir.file("sync.bin");
+    vlhost::FileFaults faults;
+    faults.failSyncCall = 2, faults.failSyncErrno = EROFS;
+    vlhost::setFileFaults(path, faults);
+    Pell::CFileWriter writer;
+    ASSERT_EQ(writer.create(path), S_OK);
+    EXPECT_EQ(writer.sync(), S_OK);
+    EXPECT_EQ(writer.sync(), static_cast<HRESULT>(0x80070000u | EROFS));
+    EXPECT_EQ(writer.getLastError().rfind(L"Failed to sync file to disk. ", 0), 0u);
+    vlhost::clearFileFaults();
+}
+
 } // namespace
