@@ -4,7 +4,10 @@
 // export with its error.
 #include <gtest/gtest.h>
 
+#include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -12,6 +15,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <regex>
 
 #include "Md5.h"
 #include "PluginRead.h"
@@ -243,6 +247,83 @@ TEST_F(WriterPlugin, FailuresLeaveNoFile)
     EXPECT_FALSE(velloro::renderFile(*reader_, *writer_, wide(odd), o, nullptr, error));
     EXPECT_NE(error.find("unsupported frame rate"), std::string::npos) << error;
     EXPECT_FALSE(exists(odd));
+}
+
+// Nothing the user has is written over: an existing OUT without -y, or IN
+// under another name even with -y; status 1, one line, the file untouched.
+TEST_F(WriterPlugin, ExportAndRenderRefuseToWriteOverWhatIsThere)
+{
+    const std::string d = dir_.path().string(), in = d + "/in.avi", keep = d + "/keep.avi", link = d + "/link.avi";
+    ASSERT_EQ(std::system(("bin/velloro render '" + in + "' --size 64x48 --seconds 0.2").c_str()), 0);
+    std::ofstream(keep) << "mine";
+    std::filesystem::create_symlink(in, link);
+    const std::string was = slurp(in);
+    struct Case { std::string args, file, line; } cases[] = {
+        {"render '" + keep + "' --size 64x48", keep, "render: " + keep + ": exists (use -y to overwrite)"},
+        {"export '" + in + "' '" + keep + "'", keep, "export: " + keep + ": exists (use -y to overwrite)"},
+        {"export '" + in + "' -y '" + d + "/./in.avi'", in, "export: " + d + "/./in.avi: is the input file"},
+        {"export -y '" + in + "' '" + link + "'", in, "export: " + link + ": is the input file"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.args);
+        const std::string before = slurp(c.file);
+        EXPECT_EQ(std::system(("bin/velloro " + c.args + " 2>'" + d + "/err'").c_str()), 1 << 8);
+        EXPECT_EQ(slurp(d + "/err"), "velloro " + c.line + "\n");
+        EXPECT_EQ(slurp(c.file), before);
+    }
+    // The editor's side refuses to write a file a reader has open, whatever its name.
+    std::string error;
+    EXPECT_FALSE(velloro::exportFile(*reader_, *writer_, wide(in), wide(link), nullptr, error));
+    EXPECT_NE(error.find("is open for reading"), std::string::npos) << error;
+    EXPECT_EQ(slurp(in), was);
+    // Told to, it replaces the file.
+    EXPECT_EQ(std::system(("bin/velloro export '" + in + "' '" + keep + "' --overwrite").c_str()), 0);
+    EXPECT_EQ(probe(keep, "v", "stream=nb_read_packets")["nb_read_packets"], "6");
+}
+
+// Ctrl-C or SIGTERM part-way: the file ends with the frames written, whole
+// to the plug-in and to ffprobe, and the status is the shell's for the signal.
+TEST_F(WriterPlugin, AnInterruptedTakeKeepsTheFramesWritten)
+{
+    const std::string d = dir_.path().string(), src = d + "/src.avi";
+    velloro::RenderOptions o;
+    o.width = 640, o.height = 360, o.seconds = 20;
+    std::string error;
+    ASSERT_TRUE(velloro::renderFile(*reader_, *writer_, wide(src), o, nullptr, error)) << error;
+    struct Case { int signal; const char* command; } cases[] = {
+        {SIGINT, "render"}, {SIGTERM, "render"}, {SIGINT, "export"}, {SIGTERM, "export"}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.command) + " " + std::to_string(c.signal));
+        const std::string out = d + "/out" + std::to_string(c.signal) + c.command + ".avi";
+        pid_t pid = fork();
+        if (pid == 0) {
+            freopen((d + "/err").c_str(), "w", stderr);
+            if (std::string(c.command) == "render")
+                execl("bin/velloro", "velloro", "render", out.c_str(), "--seconds", "20", "--size", "640x360", nullptr);
+            execl("bin/velloro", "velloro", "export", src.c_str(), out.c_str(), nullptr);
+            _exit(127);
+        }
+        // Signalled once frames are in the file; a child that ends first fails below.
+        int rc = 0;
+        struct stat st;
+        for (int i = 0; i < 600000 && waitpid(pid, &rc, WNOHANG) == 0; ++i, usleep(100))
+            if (::stat(out.c_str(), &st) == 0 && st.st_size > (4 << 20) && kill(pid, c.signal) == 0) {
+                waitpid(pid, &rc, 0);
+                break;
+            }
+        ASSERT_TRUE(WIFEXITED(rc));
+        EXPECT_EQ(WEXITSTATUS(rc), 128 + c.signal);
+        std::smatch m;
+        const std::string err = slurp(d + "/err");
+        ASSERT_TRUE(std::regex_match(err, m, std::regex("velloro " + std::string(c.command) + ": " + out +
+                                                        ": stopped at frame ([0-9]+) of 599 \\(interrupted\\)\n")))
+            << err;
+        Vl::Ptr<FileReadInstance> file = velloro::openThrough(*reader_, wide(out), error);
+        ASSERT_TRUE(file) << error;
+        EXPECT_EQ(std::to_string(file->metadata()->video().lengthInFrames()), m[1].str());
+        EXPECT_EQ(run("ffprobe -v error '" + out + "' 2>&1"), "");
+        EXPECT_EQ(probe(out, "v", "stream=nb_read_packets")["nb_read_packets"], m[1].str());
+    }
 }
 
 } // namespace
