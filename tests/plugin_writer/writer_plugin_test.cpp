@@ -4,6 +4,7 @@
 // export with its error.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -286,8 +287,7 @@ TEST_F(WriterPlugin, ExportAndRenderRefuseToWriteOverWhatIsThere)
 TEST_F(WriterPlugin, AnInterruptedTakeKeepsTheFramesWritten)
 {
     const std::string d = dir_.path().string(), src = d + "/src.avi";
-    velloro::RenderOptions o;
-    o.width = 640, o.height = 360, o.seconds = 20;
+    velloro::RenderOptions o{.width = 640, .height = 360, .seconds = 20};
     std::string error;
     ASSERT_TRUE(velloro::renderFile(*reader_, *writer_, wide(src), o, nullptr, error)) << error;
     struct Case { int signal; const char* command; } cases[] = {
@@ -295,26 +295,27 @@ TEST_F(WriterPlugin, AnInterruptedTakeKeepsTheFramesWritten)
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string(c.command) + " " + std::to_string(c.signal));
         const std::string out = d + "/out" + std::to_string(c.signal) + c.command + ".avi";
+        std::vector<const char*> args = {"velloro", c.command, out.c_str(), "--seconds", "20", "--size", "640x360",
+                                         nullptr};
+        if (std::strcmp(c.command, "export") == 0)
+            args = {"velloro", c.command, src.c_str(), out.c_str(), nullptr};
+        int fd = ::open((d + "/err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
         pid_t pid = fork();
-        if (pid == 0) {
-            freopen((d + "/err").c_str(), "w", stderr);
-            if (std::string(c.command) == "render")
-                execl("bin/velloro", "velloro", "render", out.c_str(), "--seconds", "20", "--size", "640x360", nullptr);
-            execl("bin/velloro", "velloro", "export", src.c_str(), out.c_str(), nullptr);
-            _exit(127);
-        }
-        // Signalled once frames are in the file; a child that ends first fails below.
-        int rc = 0;
+        if (pid == 0)
+            _exit(dup2(fd, 2) == 2 ? execv("bin/velloro", const_cast<char* const*>(args.data())) : 127);
+        ::close(fd);
+        // Signalled once frames are in the file; one that ends first, or hangs, fails below.
+        int rc = 0, sent = 0, ended = 0;
         struct stat st;
-        for (int i = 0; i < 600000 && waitpid(pid, &rc, WNOHANG) == 0; ++i, usleep(100))
-            if (::stat(out.c_str(), &st) == 0 && st.st_size > (4 << 20) && kill(pid, c.signal) == 0) {
-                waitpid(pid, &rc, 0);
-                break;
-            }
+        for (int i = 0; i < 300000 && !(ended = waitpid(pid, &rc, WNOHANG) == pid); ++i, usleep(200))
+            if (!sent && ::stat(out.c_str(), &st) == 0 && st.st_size > (4 << 20))
+                sent = kill(pid, c.signal) == 0;
+        if (!ended && kill(pid, SIGKILL) == 0)
+            waitpid(pid, &rc, 0);
         ASSERT_TRUE(WIFEXITED(rc));
         EXPECT_EQ(WEXITSTATUS(rc), 128 + c.signal);
-        std::smatch m;
         const std::string err = slurp(d + "/err");
+        std::smatch m;
         ASSERT_TRUE(std::regex_match(err, m, std::regex("velloro " + std::string(c.command) + ": " + out +
                                                         ": stopped at frame ([0-9]+) of 599 \\(interrupted\\)\n")))
             << err;
