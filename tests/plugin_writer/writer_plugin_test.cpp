@@ -16,7 +16,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <regex>
 
 #include "Md5.h"
 #include "PluginRead.h"
@@ -315,15 +314,15 @@ TEST_F(WriterPlugin, AnInterruptedTakeKeepsTheFramesWritten)
         ASSERT_TRUE(WIFEXITED(rc));
         EXPECT_EQ(WEXITSTATUS(rc), 128 + c.signal);
         const std::string err = slurp(d + "/err");
-        std::smatch m;
-        ASSERT_TRUE(std::regex_match(err, m, std::regex("velloro " + std::string(c.command) + ": " + out +
-                                                        ": stopped at frame ([0-9]+) of 599 \\(interrupted\\)\n")))
-            << err;
+        const std::string head = "velloro " + std::string(c.command) + ": " + out + ": stopped at frame ";
+        const std::string tail = " of 599 (interrupted)\n";
+        ASSERT_TRUE(err.starts_with(head) && err.ends_with(tail) && err.size() > head.size() + tail.size()) << err;
+        const std::string n = err.substr(head.size(), err.size() - head.size() - tail.size());
         Vl::Ptr<FileReadInstance> file = velloro::openThrough(*reader_, wide(out), error);
         ASSERT_TRUE(file) << error;
-        EXPECT_EQ(std::to_string(file->metadata()->video().lengthInFrames()), m[1].str());
+        EXPECT_EQ(std::to_string(file->metadata()->video().lengthInFrames()), n);
         EXPECT_EQ(run("ffprobe -v error '" + out + "' 2>&1"), "");
-        EXPECT_EQ(probe(out, "v", "stream=nb_read_packets")["nb_read_packets"], m[1].str());
+        EXPECT_EQ(probe(out, "v", "stream=nb_read_packets")["nb_read_packets"], n);
     }
 }
 
