@@ -27,6 +27,9 @@ public:
     // A host error code, 1 on success, with the open file in instance.
     virtual int openFile(const VlWString& path, const FileWriterParams& params,
                          Vl::Ptr<FileWriteInstance>& instance) = 0;
+    // How the editor opens a file for writing: openFile, unless the file is
+    // one a reader has open (0, with a log line), which it would truncate.
+    int openForWriting(const VlWString& path, const FileWriterParams& params, Vl::Ptr<FileWriteInstance>& instance);
     virtual int writeAudioSamples(const Vl::Ptr<FileWriteInstance>& instance, const Aud::StreamBufferList& buffers,
                                   unsigned count) = 0;
     virtual int setVideoFinished(const Vl::Ptr<FileWriteInstance>& instance) = 0;

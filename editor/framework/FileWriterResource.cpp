@@ -3,6 +3,9 @@
 #include <cctype>
 
 #include "host/FileWriteInstance.h"
+#include "host/Log.h"
+#include "vlhost/HostStats.h"
+#include "vlhost/OpenFiles.h"
 
 namespace Vl {
 
@@ -12,6 +15,16 @@ FileWriterResource::FileWriterResource(const String& name, std::uint32_t typeCod
 }
 
 FileWriterResource::~FileWriterResource() = default;
+
+int FileWriterResource::openForWriting(const VlWString& path, const FileWriterParams& params,
+                                       Vl::Ptr<FileWriteInstance>& instance)
+{
+    if (vlhost::isOpenForReading(path)) {
+        LogBoth("%s: is open for reading\n", vlhost::toSystemPath(path).c_str());
+        return 0;
+    }
+    return openFile(path, params, instance);
+}
 
 VectorExt<String> FileWriterResource::getExtensionsForFormat(const String& type)
 {

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "FramePool.h"
+#include "Interrupt.h"
 #include "PluginLoader.h"
 #include "PluginRead.h"
 #include "Progress.h"
@@ -92,8 +93,8 @@ bool writerAccepts(Vl::FileWriterResource& writer, const Vl::FileWriterParams& p
     return writer.getInputImageFormat(params).dataFormat == fcc;
 }
 
-// One file being written: frames and audio in, and on any failure no file
-// left behind.
+// One file being written: frames and audio in, and on any failure none of
+// it left behind.
 class WriteSession
 {
 public:
@@ -113,7 +114,7 @@ public:
     {
         existed_ = exists(path_);
         vlhost::clearLogs();
-        int result = writer_.openFile(VlWString(path_), params, instance_);
+        int result = writer_.openForWriting(VlWString(path_), params, instance_);
         if (result != 1 || !instance_) {
             error = "cannot create: " + loggedReason(result);
             instance_ = nullptr;
@@ -151,8 +152,20 @@ public:
     // The source failed: the error is the source's, and no file is left.
     bool sourceFailed(std::string reason, std::string& error)
     {
-        error = std::move(reason);
+        error = std::move(reason) + replaced();
         abandon();
+        return false;
+    }
+
+    // Interrupted before frame n of total: the file ends with the frames
+    // written, closed as at a normal end; with none, there is no file.
+    bool stopped(std::uint64_t n, std::uint64_t total, std::string& error)
+    {
+        if (n == 0)
+            return sourceFailed("interrupted before the first frame", error);
+        if (!finish(error))
+            return false;
+        error = "stopped at frame " + std::to_string(n) + " of " + std::to_string(total) + " (interrupted)";
         return false;
     }
 
@@ -182,7 +195,7 @@ public:
         if (!file || file->metadata()->video().lengthInFrames() != frames_) {
             file = nullptr;
             remove();
-            error = "cannot complete the file" + (why.empty() ? std::string() : ": " + why);
+            error = "cannot complete the file" + (why.empty() ? std::string() : ": " + why) + replaced();
             return false;
         }
         return true;
@@ -195,6 +208,7 @@ private:
         // The editor's number for a full disk.
         if (code == 2)
             error = std::string(what) + ": the disk is full (" + loggedReason(code) + ")";
+        error += replaced();
         abandon();
         return false;
     }
@@ -209,6 +223,9 @@ private:
     }
 
     void remove() { std::remove(vlhost::toSystemPath(path_).c_str()); }
+
+    // The file that was there went when ours was created: say so, as ours goes too.
+    std::string replaced() const { return existed_ ? " (the file it replaced is gone)" : ""; }
 
     Vl::FileReaderResource& reader_;
     Vl::FileWriterResource& writer_;
@@ -352,6 +369,11 @@ bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
     Aud::StreamBufferList tone;
     std::uint64_t fed = 0;
     for (std::uint64_t n = 0; n < frames; ++n) {
+        if (interruptSignal()) {
+            if (progress)
+                progress->finish();
+            return session.stopped(n, frames, error);
+        }
         if (o.channels) {
             std::uint64_t due = session.audioDue(n + 1);
             std::uint32_t count = static_cast<std::uint32_t>(due - fed);
@@ -435,6 +457,13 @@ bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
     };
     unsigned next = 0;
     for (unsigned i = 0; i < length; ++i) {
+        if (interruptSignal()) {
+            stop(true);
+            file = nullptr;
+            if (progress)
+                progress->finish();
+            return session.stopped(i, length, error);
+        }
         while (next < length && next - i < kVideoWindow)
             inFlight.push_back(
                 reader.readVideoSample(file, next++, false, VideoReadRequest::eCompressed, nullptr, nullptr, true));
@@ -498,8 +527,26 @@ bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
 
 namespace {
 
+// Whether out may be written: never the input itself under any name, and
+// an existing file only when the user said so. Says why not in one line.
+bool mayWrite(const char* command, const char* in, const char* out, bool overwrite)
+{
+    struct stat o, i;
+    const char* why = nullptr;
+    if (in && ::stat(out, &o) == 0 && ::stat(in, &i) == 0 && o.st_dev == i.st_dev && o.st_ino == i.st_ino)
+        why = "is the input file";
+    else if (!overwrite && ::lstat(out, &o) == 0)
+        why = "exists (use -y to overwrite)";
+    if (why)
+        std::fprintf(stderr, "velloro %s: %s: %s\n", command, out, why);
+    return !why;
+}
+
+// The take, with Ctrl-C and SIGTERM stopping it between frames: then the
+// status is the shell's for that signal, 128 + its number.
 int withPlugin(const char* command, const char* path, auto&& work)
 {
+    InterruptGuard guard;
     PluginLoader loader;
     if (!loader.loadForCommand(command, path))
         return 1;
@@ -513,14 +560,14 @@ int withPlugin(const char* command, const char* path, auto&& work)
     }
     if (!work(*reader, *writer, error)) {
         commandError(command, path, error);
-        return 1;
+        return interruptSignal() ? 128 + interruptSignal() : 1;
     }
     return 0;
 }
 
 } // namespace
 
-int renderCommand(const char* out, int argc, char** argv)
+int renderCommand(const char* out, bool overwrite, int argc, char** argv)
 {
     RenderOptions options;
     std::string error;
@@ -528,6 +575,8 @@ int renderCommand(const char* out, int argc, char** argv)
         std::fprintf(stderr, "velloro render: %s\n", error.c_str());
         return 2;
     }
+    if (!mayWrite("render", nullptr, out, overwrite))
+        return 1;
     return withPlugin("render", out, [&](Vl::FileReaderResource& r, Vl::FileWriterResource& w, std::string& e) {
         double fps = double(options.rateNum) / options.rateDen;
         Progress progress(std::max<std::uint64_t>(1, std::llround(options.seconds * fps)), Progress::forTerminal());
@@ -535,8 +584,10 @@ int renderCommand(const char* out, int argc, char** argv)
     });
 }
 
-int exportCommand(const char* in, const char* out)
+int exportCommand(const char* in, const char* out, bool overwrite)
 {
+    if (!mayWrite("export", in, out, overwrite))
+        return 1;
     return withPlugin("export", out, [&](Vl::FileReaderResource& r, Vl::FileWriterResource& w, std::string& e) {
         Vl::Ptr<FileReadInstance> probe;
         std::string ignored;

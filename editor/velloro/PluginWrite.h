@@ -28,12 +28,15 @@ bool parseRenderOptions(int argc, char** argv, RenderOptions& options, std::stri
 
 // Each writes out completely or leaves no file; false with a one-line reason.
 // The written file is read back through reader to check that it is whole.
+// Interrupted (interruptSignal()), each ends the file after the frames
+// written so far and is false with "stopped at frame N of M (interrupted)".
 bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, const std::wstring& out, const RenderOptions& options,
                 Progress* progress, std::string& error);
 bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, const std::wstring& in,
                 const std::wstring& out, Progress* progress, std::string& error);
 
-int renderCommand(const char* out, int argc, char** argv);
-int exportCommand(const char* in, const char* out);
+// Neither writes over IN, nor over an existing OUT unless overwrite.
+int renderCommand(const char* out, bool overwrite, int argc, char** argv);
+int exportCommand(const char* in, const char* out, bool overwrite);
 
 } // namespace velloro

@@ -2,6 +2,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <vector>
 
 #include "DiskCheck.h"
 #include "PluginRead.h"
@@ -16,11 +17,14 @@ int usage()
                  "  disk-check [DIR]     write and read back a sector-aligned file in DIR (default: .)\n"
                  "  framemd5 FILE        ffmpeg's framemd5 of FILE's video frames and an MD5 per audio stream\n"
                  "  probe FILE [--json]  what the editor learns of FILE through the AVI plug-in\n"
-                 "  export IN OUT        write IN again as OUT through the plug-in's reader and writer\n"
-                 "  render OUT [--format UYVY|YUY2|M101|M102|v210] [--size WxH] [--rate N/D]\n"
+                 "  export IN OUT [-y]   write IN again as OUT through the plug-in's reader and writer\n"
+                 "  render OUT [-y] [--format UYVY|YUY2|M101|M102|v210] [--size WxH] [--rate N/D]\n"
                  "         [--seconds S] [--audio CHANNELSxRATE|none]\n"
                  "                       colour bars and a tone written through the plug-in\n"
                  "                       (default: 2 s of 1920x1080 UYVY at 30000/1001, stereo 48 kHz)\n"
+                 "  -y, --overwrite      replace an existing OUT (never IN, under any name)\n"
+                 "Ctrl-C or SIGTERM stops export and render after the frame being written and\n"
+                 "closes OUT with the frames so far; the status is then 130 (SIGINT) or 143.\n"
                  "The plug-in is lib/libvelloro_avi.so beside bin/, or $VELLORO_PLUGIN.\n");
     return 2;
 }
@@ -38,9 +42,20 @@ int main(int argc, char** argv)
         return velloro::pluginFrameMd5Command(argv[2]);
     if (command == "probe" && (argc == 3 || (argc == 4 && std::strcmp(argv[3], "--json") == 0)))
         return velloro::pluginProbeCommand(argv[2], argc == 4);
-    if (command == "export" && argc == 4)
-        return velloro::exportCommand(argv[2], argv[3]);
-    if (command == "render" && argc >= 3)
-        return velloro::renderCommand(argv[2], argc - 3, argv + 3);
+    if (command != "export" && command != "render")
+        return usage();
+    // -y anywhere after the command; the rest keep their order.
+    bool overwrite = false;
+    std::vector<char*> rest;
+    for (int i = 2; i < argc; ++i) {
+        if (std::strcmp(argv[i], "-y") == 0 || std::strcmp(argv[i], "--overwrite") == 0)
+            overwrite = true;
+        else
+            rest.push_back(argv[i]);
+    }
+    if (command == "export" && rest.size() == 2)
+        return velloro::exportCommand(rest[0], rest[1], overwrite);
+    if (command == "render" && !rest.empty())
+        return velloro::renderCommand(rest[0], overwrite, static_cast<int>(rest.size() - 1), rest.data() + 1);
     return usage();
 }

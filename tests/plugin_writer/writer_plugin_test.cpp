@@ -4,7 +4,11 @@
 // export with its error.
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
@@ -243,6 +247,83 @@ TEST_F(WriterPlugin, FailuresLeaveNoFile)
     EXPECT_FALSE(velloro::renderFile(*reader_, *writer_, wide(odd), o, nullptr, error));
     EXPECT_NE(error.find("unsupported frame rate"), std::string::npos) << error;
     EXPECT_FALSE(exists(odd));
+}
+
+// Nothing the user has is written over: an existing OUT without -y, or IN
+// under another name even with -y; status 1, one line, the file untouched.
+TEST_F(WriterPlugin, ExportAndRenderRefuseToWriteOverWhatIsThere)
+{
+    const std::string d = dir_.path().string(), in = d + "/in.avi", keep = d + "/keep.avi", link = d + "/link.avi";
+    ASSERT_EQ(std::system(("bin/velloro render '" + in + "' --size 64x48 --seconds 0.2").c_str()), 0);
+    std::ofstream(keep) << "mine";
+    std::filesystem::create_symlink(in, link);
+    const std::string was = slurp(in);
+    struct Case { std::string args, file, line; } cases[] = {
+        {"render '" + keep + "' --size 64x48", keep, "render: " + keep + ": exists (use -y to overwrite)"},
+        {"export '" + in + "' '" + keep + "'", keep, "export: " + keep + ": exists (use -y to overwrite)"},
+        {"export '" + in + "' -y '" + d + "/./in.avi'", in, "export: " + d + "/./in.avi: is the input file"},
+        {"export -y '" + in + "' '" + link + "'", in, "export: " + link + ": is the input file"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.args);
+        const std::string before = slurp(c.file);
+        EXPECT_EQ(std::system(("bin/velloro " + c.args + " 2>'" + d + "/err'").c_str()), 1 << 8);
+        EXPECT_EQ(slurp(d + "/err"), "velloro " + c.line + "\n");
+        EXPECT_EQ(slurp(c.file), before);
+    }
+    // The editor's side refuses to write a file a reader has open, whatever its name.
+    std::string error;
+    EXPECT_FALSE(velloro::exportFile(*reader_, *writer_, wide(in), wide(link), nullptr, error));
+    EXPECT_NE(error.find("is open for reading"), std::string::npos) << error;
+    EXPECT_EQ(slurp(in), was);
+    // Told to, it replaces the file.
+    EXPECT_EQ(std::system(("bin/velloro export '" + in + "' '" + keep + "' --overwrite").c_str()), 0);
+    EXPECT_EQ(probe(keep, "v", "stream=nb_read_packets")["nb_read_packets"], "6");
+}
+
+// Ctrl-C or SIGTERM part-way: the file ends with the frames written, whole
+// to the plug-in and to ffprobe, and the status is the shell's for the signal.
+TEST_F(WriterPlugin, AnInterruptedTakeKeepsTheFramesWritten)
+{
+    const std::string d = dir_.path().string(), src = d + "/src.avi";
+    velloro::RenderOptions o{.width = 640, .height = 360, .seconds = 20};
+    std::string error;
+    ASSERT_TRUE(velloro::renderFile(*reader_, *writer_, wide(src), o, nullptr, error)) << error;
+    struct Case { int signal; const char* command; } cases[] = {
+        {SIGINT, "render"}, {SIGTERM, "render"}, {SIGINT, "export"}, {SIGTERM, "export"}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::string(c.command) + " " + std::to_string(c.signal));
+        const std::string out = d + "/out" + std::to_string(c.signal) + c.command + ".avi";
+        std::vector<const char*> args = {"velloro", c.command, out.c_str(), "--seconds", "20", "--size", "640x360",
+                                         nullptr};
+        if (std::strcmp(c.command, "export") == 0)
+            args = {"velloro", c.command, src.c_str(), out.c_str(), nullptr};
+        int fd = ::open((d + "/err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        pid_t pid = fork();
+        if (pid == 0)
+            _exit(dup2(fd, 2) == 2 ? execv("bin/velloro", const_cast<char* const*>(args.data())) : 127);
+        ::close(fd);
+        // Signalled once frames are in the file; one that ends first, or hangs, fails below.
+        int rc = 0, sent = 0, ended = 0;
+        struct stat st;
+        for (int i = 0; i < 300000 && !(ended = waitpid(pid, &rc, WNOHANG) == pid); ++i, usleep(200))
+            if (!sent && ::stat(out.c_str(), &st) == 0 && st.st_size > (4 << 20))
+                sent = kill(pid, c.signal) == 0;
+        if (!ended && kill(pid, SIGKILL) == 0)
+            waitpid(pid, &rc, 0);
+        ASSERT_TRUE(WIFEXITED(rc));
+        EXPECT_EQ(WEXITSTATUS(rc), 128 + c.signal);
+        const std::string err = slurp(d + "/err");
+        const std::string head = "velloro " + std::string(c.command) + ": " + out + ": stopped at frame ";
+        const std::string tail = " of 599 (interrupted)\n";
+        ASSERT_TRUE(err.starts_with(head) && err.ends_with(tail) && err.size() > head.size() + tail.size()) << err;
+        const std::string n = err.substr(head.size(), err.size() - head.size() - tail.size());
+        Vl::Ptr<FileReadInstance> file = velloro::openThrough(*reader_, wide(out), error);
+        ASSERT_TRUE(file) << error;
+        EXPECT_EQ(std::to_string(file->metadata()->video().lengthInFrames()), n);
+        EXPECT_EQ(run("ffprobe -v error '" + out + "' 2>&1"), "");
+        EXPECT_EQ(probe(out, "v", "stream=nb_read_packets")["nb_read_packets"], n);
+    }
 }
 
 } // namespace
