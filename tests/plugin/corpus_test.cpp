@@ -126,6 +126,8 @@ TEST_P(Corpus, ReadsFrameExactAndExportsFrameExact)
         EXPECT_EQ(why.rfind("velloro export: ", 0), 0u) << why;
         return;
     }
+    // Other readers see the copy as we do.
+    EXPECT_EQ(testutil::run("ffprobe -v error '" + copy + "' 2>&1"), "");
     std::string served;
     std::string copied;
     ASSERT_TRUE(velloro::pluginFrameMd5(*reader_, wide(f.path), served, error, true)) << error;

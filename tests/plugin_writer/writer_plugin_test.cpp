@@ -92,45 +92,6 @@ TEST_F(WriterPlugin, RenderEveryFormat)
     }
 }
 
-TEST_F(WriterPlugin, ExportKeepsFramesAndAudio)
-{
-    const std::map<std::string, const char*> carried = {
-        {"uyvy_pcm16.avi", "UYVY"}, {"yuy2_pcm16.avi", "YUY2"}, {"dv_pal.avi", "dvsd"},
-        {"dv_ntsc.avi", "dvsd"},    {"dv50.avi", "dv50"},       {"mjpeg.avi", "mjpg"},
-    };
-    for (const std::string& name : corpus()) {
-        SCOPED_TRACE(name);
-        const std::string in = dataPath(name);
-        const std::string out = dir_.path().string() + "/e_" + name;
-        std::string error;
-        bool ok = velloro::exportFile(*reader_, *writer_, wide(in), wide(out), nullptr, error);
-        auto tag = carried.find(name);
-        if (tag == carried.end()) {
-            EXPECT_FALSE(ok);
-            EXPECT_FALSE(error.empty());
-            EXPECT_FALSE(exists(out));
-            continue;
-        }
-        ASSERT_TRUE(ok) << error;
-        EXPECT_EQ(run("ffprobe -v error '" + out + "' 2>&1"), "");
-        const char* entries = "stream=codec_tag_string,width,height,r_frame_rate,nb_read_packets";
-        auto vi = probe(in, "v", entries), vo = probe(out, "v", entries);
-        EXPECT_EQ(vo["codec_tag_string"], tag->second);
-        for (const char* key : {"width", "height", "r_frame_rate", "nb_read_packets"})
-            EXPECT_EQ(vo[key], vi[key]) << key;
-        auto ai = probe(in, "a", "stream=codec_name,sample_rate,channels");
-        EXPECT_EQ(probe(out, "a", "stream=codec_name,sample_rate,channels"), ai);
-        auto videoMd5 = [&](const std::string& f) {
-            return comparable(run("ffmpeg -v error -i '" + f + "' -map 0:v -c copy -f framemd5 - 2>/dev/null"));
-        };
-        EXPECT_EQ(videoMd5(out), videoMd5(in));
-        auto audioMd5 = [&](const std::string& f) {
-            return run("ffmpeg -v error -i '" + f + "' -map 0:a -c copy -f md5 - 2>/dev/null");
-        };
-        EXPECT_EQ(audioMd5(out), audioMd5(in));
-    }
-}
-
 // Sources whose reads fail part-way, made from one ffmpeg file by breaking its
 // idx1 from half-way (or from the start) on: entries of one kind pointed past
 // the end of the file or dropped, or the movi cut in half with the idx1 kept.
