@@ -21,6 +21,15 @@ void release(Morvane::Avi::TrackStructuralData* tracks, Morvane::Avi::TrackData*
     delete[] trackData;
 }
 
+// Frames in a second of the take, at least 1: a writer that dies mid-take
+// leaves a file that opens with all but its last second.
+std::uint32_t framesPerFlush(const Morvane::Avi::TrackStructuralData& video)
+{
+    const std::uint32_t rate = video.Data.VInfo.rate;
+    const std::uint32_t scale = video.Data.VInfo.scale;
+    return scale && rate >= scale ? rate / scale : 1;
+}
+
 } // namespace
 
 int FileWriter::openFile(const VlWString& path, const Vl::FileWriterParams& params,
@@ -44,6 +53,7 @@ int FileWriter::openFile(const VlWString& path, const Vl::FileWriterParams& para
         release(tracks, trackData, n);
         return result;
     }
+    writer->set_FlushFrequency(framesPerFlush(tracks[kVideoTrack]));
 
     Vl::Ptr<FileWriteInstance> file(new FileInfo(path, writer, params, tracks, trackData, n, kHeaderTrack,
                                                  kVideoTrack, kFirstAudioTrack));

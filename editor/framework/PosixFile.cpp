@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <csignal>
 
 #include "DriveInfo.h"
 #include "vlhost/HostStats.h"
@@ -157,6 +158,9 @@ bool PosixFile::write(const void* buf, std::uint64_t n)
         allowed = std::min(allowed, n ? std::min(stores, n - 1) : 0);
         failure = faults_.failWriteErrno;
     }
+    const bool kill = faults_.killAtWriteCall > 0 && writeCalls_ == faults_.killAtWriteCall;
+    if (kill)
+        allowed = std::min(allowed, static_cast<std::uint64_t>(std::max<std::int64_t>(faults_.killWriteStores, 0)));
     std::uint64_t done = 0;
     while (done < allowed) {
         std::uint64_t want = std::min<std::uint64_t>(allowed - done, 1u << 30);
@@ -175,6 +179,8 @@ bool PosixFile::write(const void* buf, std::uint64_t n)
         }
         done += static_cast<std::uint64_t>(put);
     }
+    if (kill)
+        ::raise(SIGKILL);
     pos_ += done;
     written_ += static_cast<std::int64_t>(done);
     if (done == n && failure == 0)

@@ -5,6 +5,7 @@
 
 #include "common/TempDir.h"
 #include "vlhost/FileFaults.h"
+#include "vlhost/HostStats.h"
 #include "writer_readback.h"
 
 using namespace writertest;
@@ -33,11 +34,26 @@ TEST(WriterFaults, FailedWriteKeepsEveryEarlierFrame)
 {
     testutil::TempDir dir;
     const std::wstring path = dir.file("fault.avi");
-    // Each frame is followed by a flush that rewrites the header buffer,
-    // so the file on disk is complete after every frame.
     const std::uint32_t good = 6;
+    // Write calls up to the end of the good frames, each followed by a flush.
+    std::uint64_t callsBefore = 0;
+    {
+        auto t = tracks();
+        FileWriter w;
+        w.set_FlushFrequency(1);
+        const std::uint64_t start = vlhost::fileWriteCalls();
+        ASSERT_EQ(w.create(dir.file("count.avi"), t.data(), 2), S_OK);
+        for (std::uint32_t f = 0; f < good; ++f)
+            ASSERT_EQ(writeFrame(w, f), S_OK);
+        callsBefore = vlhost::fileWriteCalls() - start;
+    }
+    // The next frame stores half its bytes and the disk is full from then on:
+    // the idx1 at close must go over that half frame, not after it.
     vlhost::FileFaults faults;
-    faults.writeLimit = static_cast<std::int64_t>(kCapacity + good * (kFrameBytes + kCapacity) + kFrameBytes / 2);
+    faults.failWriteCall = static_cast<std::int64_t>(callsBefore + 1);
+    faults.failWriteErrno = ENOSPC;
+    faults.failWriteStores = static_cast<std::int64_t>(kFrameBytes / 2);
+    faults.diskFullFromWriteCall = faults.failWriteCall + 1;
     vlhost::setFileFaults(path, faults);
     auto t = tracks();
     FileWriter w;

@@ -54,6 +54,8 @@ void FileWriter::InitVariables()
     m_cbOffset_DMLH_TotalFrames = 0;
     m_cbOffset_MOVI_Size = 0;
     m_cbMoviJunk = 0;
+    m_HeaderImage = DiskImage();
+    m_HeadImage = DiskImage();
 }
 
 double FileWriter::VideoFramesPerSecond() const
@@ -379,7 +381,7 @@ HRESULT FileWriter::WriteAtOffset(std::uint64_t dwOffset, unsigned char* pBuffer
 
 HRESULT FileWriter::WriteHeader()
 {
-    return WriteAtOffset(0, m_HeaderBuffer.getBuffer(0), m_HeaderBuffer.getUsed());
+    return WriteHeadBytes(m_HeaderBuffer, 0, m_HeaderBuffer.getUsed(), false);
 }
 
 void FileWriter::close()
@@ -396,7 +398,9 @@ HRESULT FileWriter::finish()
         const HRESULT legacy = WriteLegacyIndexTable();
         if (SUCCEEDED(hr))
             hr = legacy;
-        Flush();
+        const HRESULT flushed = Flush();
+        if (SUCCEEDED(hr))
+            hr = flushed;
         if (FAILED(hr) && getLastError().empty())
             setLastError(Morvane::format(L"Failed to write the indexes at close, error 0x%08X.",
                                          static_cast<unsigned>(hr)));

@@ -36,7 +36,12 @@ public:
     // Bytes written, or a failing result.
     HRESULT WriteNextFrame(TrackData* pTrackData, short nTrackData);
     HRESULT CreateNewRIFFChunk();
+    // Patches the header fields and writes the header and the current head
+    // buffer whole; the first failing write's result.
     HRESULT Flush();
+    // The periodic flush: the same fields, but only the sectors that changed
+    // since they last reached the disk are written, index regions first.
+    HRESULT FlushChanges();
 
     HRESULT WriteIndexTable(bool writeHeadBuffer);
     HRESULT WriteLegacyIndexTable();
@@ -68,6 +73,10 @@ protected:
 
     HRESULT WriteHeader();
     HRESULT WriteAtOffset(std::uint64_t dwOffset, unsigned char* pBuffer, std::uint64_t cbSize);
+    // Writes the first n bytes of the header buffer or of an AVIX head buffer
+    // at offset: all of them, or only the sectors that differ from what the
+    // disk was last given at that offset.
+    HRESULT WriteHeadBytes(Morvane::CByteBuffer& buffer, std::uint64_t offset, std::uint64_t n, bool changedOnly);
 
 private:
     friend class CStrl;
@@ -77,6 +86,10 @@ private:
     void PutHeader32(std::uint64_t offset, std::uint32_t value);
     void FreeTracks();
     void DropLastIndexEntries();
+    // Where the current RIFF ends, which is where the next frame or idx1
+    // goes, whatever a failed write left past it.
+    std::uint64_t RiffEnd() const { return m_cbCurRiffOffset + m_cbRiffSize + 8ull; }
+    void StoreHeaderFields();
     double VideoFramesPerSecond() const;
 
     std::uint32_t m_dwFlushFrequency;
@@ -102,6 +115,15 @@ private:
     std::uint64_t m_cbTotalPrevRiffBytes;
     std::uint64_t m_cbCurRiffOffset;
     std::uint32_t m_cbMoviJunk;
+
+    // The bytes of a head buffer as the disk last received them.
+    struct DiskImage
+    {
+        std::uint64_t offset = ~0ull;
+        std::vector<unsigned char> bytes;
+    };
+    DiskImage m_HeaderImage;
+    DiskImage m_HeadImage;
 };
 
 } // namespace Morvane::Avi

@@ -103,7 +103,7 @@ HRESULT FileWriter::WriteSamples(TrackData* pTrackData, short nTrackData)
         // A long-GOP stream waits until its presentation order is complete.
         if (m_dwFramesSinceFlush >= m_dwFlushFrequency && video.HaveAllFrames()) {
             WriteIndexTable(false);
-            Flush();
+            FlushChanges();
             m_dwFramesSinceFlush = 0;
         }
     }
@@ -121,7 +121,9 @@ HRESULT FileWriter::WriteNextFrame(TrackData* pTrackData, short nTrackData)
     if (!pTrackData || nTrackData < 0)
         return E_INVALIDARG;
     const std::uint32_t S = sectorSize();
-    const std::uint64_t cbFilesize = getSize();
+    // The frame starts where the RIFF ends; a failed write before may have
+    // left bytes, and the file position, past that.
+    const std::uint64_t cbFilesize = RiffEnd();
     m_EssenceBuffer.clear();
 
     std::uint64_t cbOffset = 0;
@@ -177,19 +179,23 @@ HRESULT FileWriter::WriteNextFrame(TrackData* pTrackData, short nTrackData)
         return E_INVALIDARG;
     }
     unsigned int written = 0;
-    hr = write(m_EssenceBuffer.getBuffer(0), static_cast<unsigned int>(cbWrite), written);
-    if (FAILED(hr)) {
-        setLastError(L"WriteNextFrame failed to write data. ", hr);
+    hr = seek(static_cast<unsigned long>(cbFilesize), nullptr, 0);
+    if (SUCCEEDED(hr))
+        hr = write(m_EssenceBuffer.getBuffer(0), static_cast<unsigned int>(cbWrite), written);
+    if (FAILED(hr) || written != cbWrite) {
+        if (FAILED(hr)) {
+            setLastError(L"WriteNextFrame failed to write data. ", hr);
+        } else {
+            wchar_t text[4096];
+            std::swprintf(text, 4096, L"WriteNextFrame only write %d/%d bytes", static_cast<int>(written),
+                          static_cast<int>(cbWrite));
+            setLastError(text);
+            hr = E_FAIL;
+        }
         DropLastIndexEntries();
+        // What was stored of the frame is overwritten by what comes next.
+        CDiskFile::seek(static_cast<unsigned long>(cbFilesize), 0);
         return hr;
-    }
-    if (written != cbWrite) {
-        wchar_t text[4096];
-        std::swprintf(text, 4096, L"WriteNextFrame only write %d/%d bytes", static_cast<int>(written),
-                      static_cast<int>(cbWrite));
-        setLastError(text);
-        DropLastIndexEntries();
-        return E_FAIL;
     }
     return static_cast<HRESULT>(written);
 }
@@ -198,22 +204,56 @@ HRESULT FileWriter::CreateNewRIFFChunk()
 {
     if (m_StrlChunks.empty() || !m_pCurMovi)
         return E_INVALID_STATE;
+    const std::uint32_t S = sectorSize();
+    const std::uint64_t R = static_cast<std::uint64_t>(m_StrlChunks.size()) * CStrl::m_cbIXChunkSize;
+    const bool closing = m_StrlChunks[0].m_dwSamplesInChunk != 0;
+
+    // The head buffer of the next AVIX is had before the current RIFF is
+    // closed: without it the RIFF stays open, whole and indexed.
+    Morvane::CByteBuffer* pHead = nullptr;
+    std::uint64_t cbToAlloc = R + S;
+    if (closing || m_dwRIFF_Chunk_Index > 0) {
+        if (cbToAlloc % S != 0) {
+            MORVANE_ASSERT(FALSE);
+            cbToAlloc = roundUpToSectorBoundary(cbToAlloc);
+            MORVANE_ASSERT(cbToAlloc%sectorSize() == 0);
+        }
+        pHead = m_pCurMovi != &m_HeaderBuffer ? m_pCurMovi : nullptr;
+        if (!pHead || pHead->getCapacity() < cbToAlloc) {
+            pHead = new (std::nothrow) Morvane::CByteBuffer();
+            if (!pHead || !pHead->alloc(cbToAlloc)) {
+                delete pHead;
+                setLastError(L"Not enough memory for the head of a new RIFF chunk.");
+                return E_OUTOFMEMORY;
+            }
+            // Not needed by any reader; it keeps stale memory out of the file.
+            pHead->flush(0);
+        }
+    }
+    // Frees a new head buffer that did not become the current one.
+    auto dropHead = [this, &pHead] {
+        if (pHead && pHead != m_pCurMovi)
+            delete pHead;
+        pHead = nullptr;
+    };
+
     HRESULT hr;
-    if (m_StrlChunks[0].m_dwSamplesInChunk != 0) {
+    if (closing) {
         if (!m_bLegacyIndexWritten) {
             MORVANE_ASSERT(m_dwRIFF_Chunk_Index==0);
             hr = WriteLegacyIndexTable();
             if (FAILED(hr))
-                return hr;
+                return dropHead(), hr;
         }
         hr = WriteIndexTable(true);
         if (FAILED(hr))
-            return hr;
-        Flush();
+            return dropHead(), hr;
+        hr = Flush();
         // The finished RIFF, its indexes and sizes, survive a power cut.
-        hr = sync();
+        if (SUCCEEDED(hr))
+            hr = sync();
         if (FAILED(hr))
-            return hr;
+            return dropHead(), hr;
         for (CStrl& strl : m_StrlChunks)
             strl.m_dwSamplesInChunk = 0;
         ++m_dwRIFF_Chunk_Index;
@@ -221,8 +261,6 @@ HRESULT FileWriter::CreateNewRIFFChunk()
     for (CStrl& strl : m_StrlChunks)
         strl.IndexList_Reset();
 
-    const std::uint32_t S = sectorSize();
-    const std::uint64_t R = static_cast<std::uint64_t>(m_StrlChunks.size()) * CStrl::m_cbIXChunkSize;
     if (m_dwRIFF_Chunk_Index == 0) {
         const std::uint64_t C = m_HeaderBuffer.getCapacity();
         // A retry after a failed first frame finds the movi already laid out.
@@ -251,35 +289,20 @@ HRESULT FileWriter::CreateNewRIFFChunk()
         MORVANE_ASSERT(m_pCurMovi == &m_HeaderBuffer);
         m_HeaderBuffer.setUsed(C);
     } else {
-        m_cbTotalPrevRiffBytes += static_cast<std::uint64_t>(m_cbRiffSize) + 8;
-        MORVANE_ASSERT(m_cbTotalPrevRiffBytes % sectorSize() == 0);
-        m_cbRiffSize = 0;
-        m_cbMoviSize = 0;
-        std::uint64_t cbToAlloc = R + S;
-        if (cbToAlloc % S != 0) {
-            MORVANE_ASSERT(FALSE);
-            cbToAlloc = roundUpToSectorBoundary(cbToAlloc);
-            MORVANE_ASSERT(cbToAlloc%sectorSize() == 0);
-        }
-        Morvane::CByteBuffer* pHead = m_pCurMovi != &m_HeaderBuffer ? m_pCurMovi : nullptr;
-        if (!pHead || pHead->getCapacity() < cbToAlloc) {
-            delete pHead;
-            m_pCurMovi = &m_HeaderBuffer;
-            pHead = new (std::nothrow) Morvane::CByteBuffer();
-            if (!pHead || !pHead->alloc(cbToAlloc)) {
-                delete pHead;
-                return E_OUTOFMEMORY;
-            }
-            // Not needed by any reader; it keeps stale memory out of the file.
-            pHead->flush(0);
-        }
         const std::uint64_t cap = pHead->getCapacity();
         if (cap < R + 24 + 8) {
             MORVANE_ASSERT(FALSE);
-            if (pHead != m_pCurMovi)
-                delete pHead;
+            dropHead();
             return E_FAIL;
         }
+        // An AVIX whose head or first frame failed holds no frame: a retry
+        // lays it out again in the same place rather than after it.
+        if (closing || m_pCurMovi == &m_HeaderBuffer)
+            m_cbTotalPrevRiffBytes += static_cast<std::uint64_t>(m_cbRiffSize) + 8;
+        MORVANE_ASSERT(m_cbTotalPrevRiffBytes % sectorSize() == 0);
+        if (pHead != m_pCurMovi && m_pCurMovi != &m_HeaderBuffer)
+            delete m_pCurMovi;
+        m_pCurMovi = pHead;
         RIFFLIST riff = {ckid::RIFF, static_cast<std::uint32_t>(cap - 8), ckid::AVIX};
         std::memcpy(pHead->getBuffer(0), &riff, sizeof(riff));
         m_cbOffset_MOVI_Size = 16;
@@ -294,7 +317,6 @@ HRESULT FileWriter::CreateNewRIFFChunk()
         const std::uint64_t cbBufferPos = 24 + m_cbMoviJunk + R;
         MORVANE_ASSERT(cbBufferPos == cbToAlloc);
         pHead->setUsed(cap);
-        m_pCurMovi = pHead;
     }
 
     hr = WriteIndexTable(true);
@@ -304,32 +326,6 @@ HRESULT FileWriter::CreateNewRIFFChunk()
     }
     for (CStrl& strl : m_StrlChunks)
         strl.m_bNewSuperIndexEntry = true;
-    return S_OK;
-}
-
-HRESULT FileWriter::Flush()
-{
-    if (m_StrlChunks.empty())
-        return S_OK;
-    for (std::size_t j = 0; j < m_StrlChunks.size(); ++j) {
-        std::uint32_t suggested = 0;
-        m_StrlChunks[j].Flush(suggested);
-        if (j == 0) {
-            PutHeader32(m_cbOffset_AVIH_SuggestedBufferSize, suggested);
-            PutHeader32(m_cbOffset_DMLH_TotalFrames, m_StrlChunks[0].m_dwSamplesWritten);
-            PutHeader32(m_cbOffset_AVIH_TotalFrames, m_StrlChunks[0].m_dwSamplesWritten);
-        }
-    }
-    if (m_pCurMovi) {
-        if (m_cbOffset_MOVI_Size && m_cbOffset_MOVI_Size + 4u <= m_pCurMovi->getCapacity())
-            bytes::put32(m_pCurMovi->getBuffer(m_cbOffset_MOVI_Size), m_cbMoviSize);
-        if (m_pCurMovi->getCapacity() >= 8)
-            bytes::put32(m_pCurMovi->getBuffer(4), m_cbRiffSize);
-    }
-    WriteHeader();
-    if (m_pCurMovi && m_pCurMovi != &m_HeaderBuffer && m_cbOffset_MOVI_Size)
-        WriteAtOffset(m_cbCurRiffOffset, m_pCurMovi->getBuffer(0), m_pCurMovi->getCapacity());
-    CDiskFile::seek(0, 2);
     return S_OK;
 }
 

@@ -29,15 +29,15 @@ HRESULT FileWriter::WriteIndexTable(bool writeHeadBuffer)
     }
     if (!writeHeadBuffer)
         return S_OK;
-    HRESULT hr = WriteAtOffset(m_cbCurRiffOffset, m_pCurMovi->getBuffer(0), m_pCurMovi->getCapacity());
+    HRESULT hr = WriteHeadBytes(*m_pCurMovi, m_cbCurRiffOffset, m_pCurMovi->getCapacity(), false);
     if (FAILED(hr))
         return hr;
     if (updated && m_pCurMovi != &m_HeaderBuffer) {
-        hr = WriteAtOffset(0, m_HeaderBuffer.getBuffer(0), m_HeaderBuffer.getCapacity());
+        hr = WriteHeadBytes(m_HeaderBuffer, 0, m_HeaderBuffer.getCapacity(), false);
         if (FAILED(hr))
             return hr;
     }
-    CDiskFile::seek(0, 2);
+    CDiskFile::seek(static_cast<unsigned long>(RiffEnd()), 0);
     return hr;
 }
 
@@ -82,10 +82,17 @@ HRESULT FileWriter::WriteLegacyIndexTable()
     bytes::put32(out, ckid::JUNK);
     bytes::put32(out + 4, static_cast<std::uint32_t>(cbJunk - 8));
 
+    // Behind the RIFF's last frame, whatever a failed write left past it.
     unsigned int written = 0;
-    HRESULT hr = write(buffer.getBuffer(0), static_cast<unsigned int>(T), written);
-    if (FAILED(hr))
+    HRESULT hr = seek(static_cast<unsigned long>(RiffEnd()), nullptr, 0);
+    if (SUCCEEDED(hr))
+        hr = write(buffer.getBuffer(0), static_cast<unsigned int>(T), written);
+    if (SUCCEEDED(hr) && written != T)
+        hr = E_FAIL;
+    if (FAILED(hr)) {
+        CDiskFile::seek(static_cast<unsigned long>(RiffEnd()), 0);
         return hr;
+    }
     m_cbRiffSize += static_cast<std::uint32_t>(T);
     m_bLegacyIndexWritten = true;
 
@@ -102,7 +109,7 @@ HRESULT FileWriter::WriteLegacyIndexTable()
         std::uint32_t suggested = 0;
         strl.Flush(suggested);
     }
-    return WriteAtOffset(0, m_HeaderBuffer.getBuffer(0), m_HeaderBuffer.getCapacity());
+    return WriteHeadBytes(m_HeaderBuffer, 0, m_HeaderBuffer.getCapacity(), false);
 }
 
 } // namespace Morvane::Avi

@@ -32,6 +32,11 @@ struct FileFaults
     // failSyncErrno and syncs nothing; 0 for none.
     std::int64_t failSyncCall = 0;
     int failSyncErrno = EIO;
+    // The write call with this number stores killWriteStores of its bytes
+    // (clipped to the call's length) and then the process dies by SIGKILL,
+    // as a writer killed or cut off by a power loss mid-write; 0 for none.
+    std::int64_t killAtWriteCall = 0;
+    std::int64_t killWriteStores = 0;
     // Sector size the drive description reports for this path; 0 for the
     // real device's.
     std::uint32_t sectorSize = 0;
