@@ -384,6 +384,26 @@ HRESULT FileWriter::WriteHeader()
     return WriteHeadBytes(m_HeaderBuffer, 0, m_HeaderBuffer.getUsed(), false);
 }
 
+void FileWriter::CoverStrayBytes()
+{
+    const std::uint64_t end = RiffEnd();
+    const std::uint64_t size = getSize();
+    const std::uint32_t S = sectorSize();
+    if (size <= end || S < 8)
+        return;
+    const std::uint64_t n = roundUpToSectorBoundary(size - end);
+    if (static_cast<std::uint64_t>(m_cbRiffSize) + n > 0xFFFFFFFFu)
+        return;
+    Morvane::CByteBuffer sector;
+    if (!sector.alloc(S))
+        return;
+    sector.flush(0);
+    bytes::put32(sector.getBuffer(0), ckid::JUNK);
+    bytes::put32(sector.getBuffer(4), static_cast<std::uint32_t>(n - 8));
+    if (SUCCEEDED(WriteAtOffset(end, sector.getBuffer(0), S)))
+        m_cbRiffSize += static_cast<std::uint32_t>(n);
+}
+
 void FileWriter::close()
 {
     finish();
@@ -398,6 +418,7 @@ HRESULT FileWriter::finish()
         const HRESULT legacy = WriteLegacyIndexTable();
         if (SUCCEEDED(hr))
             hr = legacy;
+        CoverStrayBytes();
         const HRESULT flushed = Flush();
         if (SUCCEEDED(hr))
             hr = flushed;

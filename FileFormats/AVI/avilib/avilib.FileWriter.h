@@ -90,6 +90,9 @@ private:
     // goes, whatever a failed write left past it.
     std::uint64_t RiffEnd() const { return m_cbCurRiffOffset + m_cbRiffSize + 8ull; }
     void StoreHeaderFields();
+    // A failed frame write may have left bytes past the last RIFF: they
+    // become a JUNK chunk of that RIFF, so the file is RIFF after RIFF.
+    void CoverStrayBytes();
     double VideoFramesPerSecond() const;
 
     std::uint32_t m_dwFlushFrequency;
