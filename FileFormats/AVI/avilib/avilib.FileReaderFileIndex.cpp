@@ -217,12 +217,18 @@ bool FileReader::indexFromWalk()
             any = true;
         }
         pos = data + size + (size & 1);
-        // Only another RIFF follows an idx1: what else lies there (the
-        // records of an idx1 whose size was lost) is no chunk.
+        // Only another RIFF follows an idx1, after the JUNK that pads it to a
+        // sector (our writer's): what else lies there (the records of an idx1
+        // whose size was lost) is no chunk.
         if (id == ckid::idx1) {
-            const unsigned char* next = fileSize - pos >= sizeof(RIFFCHUNK) ? bytesAt(pos, sizeof(RIFFCHUNK)) : nullptr;
-            if (!next || word(next) != ckid::RIFF)
+            std::uint64_t at = pos;
+            const unsigned char* next = nullptr;
+            while (fileSize - std::min(at, fileSize) >= sizeof(RIFFCHUNK) &&
+                   (next = bytesAt(at, sizeof(RIFFCHUNK))) && word(next) == ckid::JUNK)
+                at += sizeof(RIFFCHUNK) + word(next + 4) + (word(next + 4) & 1);
+            if (at >= fileSize || fileSize - at < sizeof(RIFFCHUNK) || !next || word(next) != ckid::RIFF)
                 break;
+            pos = at;
         }
     }
     m_qwWalkEnd = pos;
