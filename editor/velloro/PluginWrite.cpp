@@ -12,6 +12,7 @@
 
 #include "FramePool.h"
 #include "Interrupt.h"
+#include "OutputFile.h"
 #include "PluginLoader.h"
 #include "PluginRead.h"
 #include "Progress.h"
@@ -526,21 +527,6 @@ bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
 }
 
 namespace {
-
-// Whether out may be written: never the input itself under any name, and
-// an existing file only when the user said so. Says why not in one line.
-bool mayWrite(const char* command, const char* in, const char* out, bool overwrite)
-{
-    struct stat o, i;
-    const char* why = nullptr;
-    if (in && ::stat(out, &o) == 0 && ::stat(in, &i) == 0 && o.st_dev == i.st_dev && o.st_ino == i.st_ino)
-        why = "is the input file";
-    else if (!overwrite && ::lstat(out, &o) == 0)
-        why = "exists (use -y to overwrite)";
-    if (why)
-        std::fprintf(stderr, "velloro %s: %s: %s\n", command, out, why);
-    return !why;
-}
 
 // The take, with Ctrl-C and SIGTERM stopping it between frames: then the
 // status is the shell's for that signal, 128 + its number.

@@ -7,6 +7,7 @@
 #include "DiskCheck.h"
 #include "PluginRead.h"
 #include "PluginWrite.h"
+#include "Repair.h"
 
 namespace {
 
@@ -22,6 +23,10 @@ int usage()
                  "         [--seconds S] [--audio CHANNELSxRATE|none]\n"
                  "                       colour bars and a tone written through the plug-in\n"
                  "                       (default: 2 s of 1920x1080 UYVY at 30000/1001, stereo 48 kHz)\n"
+                 "  repair IN [OUT] [-y] rebuild a file whose writer was killed: every whole video frame\n"
+                 "                       and the audio before the end of the last one are kept; without\n"
+                 "                       OUT, IN is repaired in place (new index after the last frame,\n"
+                 "                       then the sizes). Files without video are refused.\n"
                  "  -y, --overwrite      replace an existing OUT (never IN, under any name)\n"
                  "Ctrl-C or SIGTERM stops export and render after the frame being written and\n"
                  "closes OUT with the frames so far; the status is then 130 (SIGINT) or 143.\n"
@@ -42,7 +47,7 @@ int main(int argc, char** argv)
         return velloro::pluginFrameMd5Command(argv[2]);
     if (command == "probe" && (argc == 3 || (argc == 4 && std::strcmp(argv[3], "--json") == 0)))
         return velloro::pluginProbeCommand(argv[2], argc == 4);
-    if (command != "export" && command != "render")
+    if (command != "export" && command != "render" && command != "repair")
         return usage();
     // -y anywhere after the command; the rest keep their order.
     bool overwrite = false;
@@ -53,6 +58,8 @@ int main(int argc, char** argv)
         else
             rest.push_back(argv[i]);
     }
+    if (command == "repair" && (rest.size() == 1 || rest.size() == 2))
+        return velloro::repairCommand(rest[0], rest.size() == 2 ? rest[1] : nullptr, overwrite);
     if (command == "export" && rest.size() == 2)
         return velloro::exportCommand(rest[0], rest[1], overwrite);
     if (command == "render" && !rest.empty())

@@ -95,6 +95,13 @@ void FileReader::InitVariables()
     m_cbIdx1Size = 0;
     m_qwMoviPosition = 0;
     m_bFollowingRiff = false;
+    m_WalkedRiffs.clear();
+    m_qwWalkEnd = 0;
+    m_dwWalkCutId = 0;
+    m_qwAvihPosition = 0;
+    m_qwDmlhPosition = 0;
+    m_nHeaderStream = -1;
+    m_qwStrlEnd = 0;
     m_FileIndex.clear();
     m_eFileIndexSource = IndexSource::none;
     m_bWarnedAudioAlign = false;
@@ -343,12 +350,14 @@ HRESULT FileReader::dispatchChunk(bool& stop)
         }
         switch (c.id) {
         case ckid::avih:
+            m_qwAvihPosition = cursorPosition();
             return onAvih(c);
         case ckid::strh:
             return onStrh(c);
         case ckid::strf:
             return onStrf(c);
         case ckid::dmlh:
+            m_qwDmlhPosition = cursorPosition();
             // A short dmlh (some writers leave only the total) still counts.
             if (c.size >= 4 && c.available >= 4) {
                 std::memset(&m_OpenDmlHeader, 0, sizeof m_OpenDmlHeader);
@@ -367,6 +376,8 @@ HRESULT FileReader::dispatchChunk(bool& stop)
             stop = true;
             return S_OK;
         case ckid::LIST:
+            if (word(c.data) == ckid::strl)
+                m_qwStrlEnd = cursorPosition() + sizeof(RIFFCHUNK) + c.size;
             if (word(c.data) == ckid::movi) {
                 m_qwMoviPosition = cursorPosition();
                 if (!SkipMovi()) {
@@ -381,12 +392,28 @@ HRESULT FileReader::dispatchChunk(bool& stop)
             MORVANE_ASSERT(FALSE);
             return S_OK;
         case ckid::indx:
+            if (ValidStream(m_nHeaderStream)) {
+                m_pAviStreams[m_nHeaderStream].m_qwIndxPosition = cursorPosition();
+                m_pAviStreams[m_nHeaderStream].m_cbIndxSize = c.size;
+            }
             ParseINDX();
             return S_OK;
         case ckid::idx1:
             m_dwIdx1Position = static_cast<std::uint32_t>(std::min<std::uint64_t>(cursorPosition(), 0xFFFFFFFEu));
             m_cbIdx1Size = c.size;
             stop = true;
+            return S_OK;
+        case ckid::JUNK:
+            // Room left for an indx: in the strl, after its strf.
+            if (ValidStream(m_nHeaderStream)) {
+                AviStream& s = m_pAviStreams[m_nHeaderStream];
+                std::uint64_t at = cursorPosition();
+                if (s.bih.biSize != 0 && s.m_qwStrfJunkPosition == 0 && s.m_qwIndxPosition == 0 &&
+                    at < m_qwStrlEnd && c.size <= m_qwStrlEnd - at - sizeof(RIFFCHUNK)) {
+                    s.m_qwStrfJunkPosition = at;
+                    s.m_cbStrfJunkSize = c.size;
+                }
+            }
             return S_OK;
         default:
             if (isInfoChunk(c.id))
@@ -439,6 +466,8 @@ HRESULT FileReader::onStrh(const Chunk& c)
     if (c.size < kShortStrh || c.available < kShortStrh)
         return S_OK;
     AVISTREAMHEADER& h = m_pAviStreams[i].strh;
+    m_nHeaderStream = static_cast<int>(i);
+    m_pAviStreams[i].m_qwStrhPosition = cursorPosition();
     std::memset(&h, 0, sizeof h);
     std::memcpy(&h, c.data - 8, std::min<std::size_t>(sizeof h, c.available + 8u));
     // A record with no type would be taken as free again.

@@ -42,6 +42,23 @@ struct AviStream
     // Audio: the stream's first byte in each standard index chunk, and the
     // end (entries + 1), so that chunks that end inside a block are found.
     std::vector<std::uint64_t> m_AudioChunkStart;
+
+    // Where the stream's header chunks lie (0: not in the file), for the
+    // tools that rewrite them in place: the strh, the indx and a JUNK in the
+    // strl after the strf (what ffmpeg reserves for an indx).
+    std::uint64_t m_qwStrhPosition;
+    std::uint64_t m_qwIndxPosition;
+    std::uint32_t m_cbIndxSize;
+    std::uint64_t m_qwStrfJunkPosition;
+    std::uint32_t m_cbStrfJunkSize;
+};
+
+// A RIFF that the walk over the chunks went into: where its header and its
+// LIST movi lie (movi 0: the file ends before it).
+struct WalkedRiff
+{
+    std::uint64_t riff;
+    std::uint64_t movi;
 };
 
 class FileReader : public Pell::CFileReaderUnbuffered
@@ -100,6 +117,22 @@ public:
     // Where the index of the streams without an OpenDML index came from.
     enum class IndexSource { none, idx1, walk };
     IndexSource get_IndexSource() const { return m_eFileIndexSource; }
+
+    // Set before load: every stream's index comes from the walk over the
+    // chunks, whatever idx1 and indx say (what the repair trusts).
+    void set_WalkChunks(bool on) { m_bWalkChunks = on; }
+    // After a walk: each stream's chunks in file order (data offset, size),
+    // the RIFFs walked, where the walk stopped (the end of the last whole
+    // chunk) and the id of a chunk that the end of the file cut off (0: none).
+    const std::vector<IndexEntry>* get_WalkedEntries(int n) const
+    {
+        return n >= 0 && static_cast<std::size_t>(n) < m_FileIndex.size() ? &m_FileIndex[n] : nullptr;
+    }
+    const std::vector<WalkedRiff>& get_WalkedRiffs() const { return m_WalkedRiffs; }
+    std::uint64_t get_WalkEnd() const { return m_qwWalkEnd; }
+    std::uint32_t get_WalkCutId() const { return m_dwWalkCutId; }
+    std::uint64_t get_AvihPosition() const { return m_qwAvihPosition; }
+    std::uint64_t get_DmlhPosition() const { return m_qwDmlhPosition; }
 
     // Index.
     bool ParseINDX();
@@ -190,6 +223,15 @@ private:
     std::vector<std::vector<IndexEntry>> m_FileIndex;
     IndexSource m_eFileIndexSource = IndexSource::none;
     bool m_bFollowingRiff = false;
+    bool m_bWalkChunks = false;
+    std::vector<WalkedRiff> m_WalkedRiffs;
+    std::uint64_t m_qwWalkEnd = 0;
+    std::uint32_t m_dwWalkCutId = 0;
+    // Header chunk positions; the strl being read (its strh's stream) and its end.
+    std::uint64_t m_qwAvihPosition = 0;
+    std::uint64_t m_qwDmlhPosition = 0;
+    int m_nHeaderStream = -1;
+    std::uint64_t m_qwStrlEnd = 0;
 
     // Audio by bytes: the resident records' first bytes in the stream, so
     // that a chunk that is not whole blocks loses nothing and a lookup is

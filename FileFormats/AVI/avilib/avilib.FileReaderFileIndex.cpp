@@ -182,6 +182,8 @@ bool FileReader::indexFromWalk()
     // written, into each RIFF AVIX that follows.
     std::uint64_t pos = m_qwMoviPosition + 12;
     bool any = false;
+    m_WalkedRiffs.assign(1, WalkedRiff{0, m_qwMoviPosition});
+    m_dwWalkCutId = 0;
     while (pos <= fileSize && fileSize - pos >= sizeof(RIFFCHUNK)) {
         const unsigned char* h = bytesAt(pos, sizeof(RIFFCHUNK));
         if (!h)
@@ -194,6 +196,10 @@ bool FileReader::indexFromWalk()
                 break;
             std::uint32_t type = word(t + 8);
             if (type == ckid::movi || type == ckid::rec || type == ckid::AVIX) {
+                if (type == ckid::AVIX)
+                    m_WalkedRiffs.push_back(WalkedRiff{pos, 0});
+                else if (type == ckid::movi && m_WalkedRiffs.back().movi == 0)
+                    m_WalkedRiffs.back().movi = pos;
                 pos += 12;
                 continue;
             }
@@ -201,22 +207,31 @@ bool FileReader::indexFromWalk()
             break;
         }
         std::uint64_t data = pos + sizeof(RIFFCHUNK);
-        if (size > fileSize - data)
-            break; // the last chunk is incomplete
+        if (size > fileSize - data) {
+            m_dwWalkCutId = id; // the last chunk is incomplete
+            break;
+        }
         int stream = sampleStreamOf(id);
         if (stream >= 0 && !(size == 0 && get_IsAudio(stream))) {
             addFileIndexEntry(static_cast<unsigned>(stream), data, size);
             any = true;
         }
         pos = data + size + (size & 1);
-        // Only another RIFF follows an idx1: what else lies there (the
-        // records of an idx1 whose size was lost) is no chunk.
+        // Only another RIFF follows an idx1, after the JUNK that pads it to a
+        // sector (our writer's): what else lies there (the records of an idx1
+        // whose size was lost) is no chunk.
         if (id == ckid::idx1) {
-            const unsigned char* next = fileSize - pos >= sizeof(RIFFCHUNK) ? bytesAt(pos, sizeof(RIFFCHUNK)) : nullptr;
-            if (!next || word(next) != ckid::RIFF)
+            std::uint64_t at = pos;
+            const unsigned char* next = nullptr;
+            while (fileSize - std::min(at, fileSize) >= sizeof(RIFFCHUNK) &&
+                   (next = bytesAt(at, sizeof(RIFFCHUNK))) && word(next) == ckid::JUNK)
+                at += sizeof(RIFFCHUNK) + word(next + 4) + (word(next + 4) & 1);
+            if (at >= fileSize || fileSize - at < sizeof(RIFFCHUNK) || !next || word(next) != ckid::RIFF)
                 break;
+            pos = at;
         }
     }
+    m_qwWalkEnd = pos;
     if (!any)
         return false;
     m_eFileIndexSource = IndexSource::walk;
@@ -232,6 +247,8 @@ void FileReader::prepareIndex()
     bool needFileIndex = false;
     for (unsigned n = 0; n < streams; ++n) {
         AviStream& s = m_pAviStreams[n];
+        if (m_bWalkChunks)
+            s.m_SuperIndex.clear();
         // A standard index chunk past the end (a file cut short before its
         // writer went back to fill the index in) leaves the stream to the walk.
         for (const AVISUPERINDEX_ENTRY& e : s.m_SuperIndex)
@@ -256,7 +273,7 @@ void FileReader::prepareIndex()
     if (!needFileIndex)
         return;
     // An idx1 in a file of several RIFFs covers only the first.
-    bool indexed = m_cbIdx1Size != 0 && !m_bFollowingRiff && indexFromIdx1();
+    bool indexed = m_cbIdx1Size != 0 && !m_bFollowingRiff && !m_bWalkChunks && indexFromIdx1();
     if (!indexed && !indexFromWalk()) {
         m_FileIndex.clear();
         return;
