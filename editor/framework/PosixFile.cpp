@@ -158,9 +158,14 @@ bool PosixFile::write(const void* buf, std::uint64_t n)
         allowed = std::min(allowed, n ? std::min(stores, n - 1) : 0);
         failure = faults_.failWriteErrno;
     }
-    const bool kill = faults_.killAtWriteCall > 0 && writeCalls_ == faults_.killAtWriteCall;
+    bool kill = faults_.killAtWriteCall > 0 && writeCalls_ == faults_.killAtWriteCall;
     if (kill)
         allowed = std::min(allowed, static_cast<std::uint64_t>(std::max<std::int64_t>(faults_.killWriteStores, 0)));
+    if (faults_.killAtSize >= 0 && pos_ + n > static_cast<std::uint64_t>(faults_.killAtSize)) {
+        kill = true;
+        const std::uint64_t limit = static_cast<std::uint64_t>(faults_.killAtSize);
+        allowed = std::min(allowed, pos_ < limit ? limit - pos_ : 0);
+    }
     std::uint64_t done = 0;
     while (done < allowed) {
         std::uint64_t want = std::min<std::uint64_t>(allowed - done, 1u << 30);

@@ -148,11 +148,21 @@ HRESULT FileRepair::open(const std::wstring& path)
         const std::vector<IndexEntry>* entries = reader.get_WalkedEntries(n);
         if (!entries)
             continue;
+        // Audio is kept by time: every whole chunk that begins before the
+        // last frame ends, wherever a writer put it beside its frame.
+        const AVISTREAMHEADER& vh = reader.get_Stream(m_nVideo)->strh;
+        const double videoEnd = vh.dwRate ? double(frames->size()) * vh.dwScale / vh.dwRate : 0.0;
+        const bool byTime = s.bAudio && s.wfx.nAvgBytesPerSec && videoEnd > 0.0;
+        std::uint64_t audioBytes = 0;
         for (const IndexEntry& e : *entries) {
-            if (e.offset < cut)
+            const bool keep = byTime ? double(audioBytes) / s.wfx.nAvgBytesPerSec < videoEnd : e.offset < cut;
+            if (keep) {
                 s.m_Kept.push_back(e);
-            else if (n == firstAudio)
+                audioBytes += e.size;
+                m_qwKeptEnd = std::max(m_qwKeptEnd, e.offset + e.size + (e.size & 1));
+            } else if (n == firstAudio) {
                 ++m_Summary.audioChunksAfterLastFrame;
+            }
         }
         // The id the stream's chunks really have ("00db" or "00dc").
         unsigned char id[4];
@@ -162,7 +172,7 @@ HRESULT FileRepair::open(const std::wstring& path)
 
     const std::vector<WalkedRiff>& riffs = reader.get_WalkedRiffs();
     for (const WalkedRiff& r : riffs)
-        if (r.riff < last.offset)
+        if (r.riff < m_qwKeptEnd)
             m_Riffs.push_back(r);
     m_MoviSizes.assign(m_Riffs.size(), 0);
     for (std::size_t r = 0; r < m_Riffs.size(); ++r) {

@@ -37,6 +37,9 @@ struct FileFaults
     // as a writer killed or cut off by a power loss mid-write; 0 for none.
     std::int64_t killAtWriteCall = 0;
     std::int64_t killWriteStores = 0;
+    // The write that would take the file past this many bytes stores what
+    // fits below it and the process dies by SIGKILL; -1 for none.
+    std::int64_t killAtSize = -1;
     // Sector size the drive description reports for this path; 0 for the
     // real device's.
     std::uint32_t sectorSize = 0;
