@@ -48,12 +48,12 @@ struct Kept
     std::uint64_t cutAt = 0; // in the middle of the data of video chunk `cut`
 };
 
-Kept keptOf(const std::wstring& whole, std::uint32_t cut, std::uint32_t blockAlign)
+// end: the size of the damaged file, past which no chunk is whole.
+Kept keptOf(const std::wstring& whole, std::uint32_t cut, std::uint32_t blockAlign, std::uint64_t end = UINT64_MAX)
 {
     Walk w(whole);
     Kept k;
     k.blockAlign = blockAlign;
-    std::uint64_t lastEnd = 0;
     std::vector<const Chunk*> audio;
     for (const Chunk& c : w.chunks) {
         if (c.id == "00dc" || c.id == "00db") {
@@ -62,14 +62,21 @@ Kept keptOf(const std::wstring& whole, std::uint32_t cut, std::uint32_t blockAli
                 break;
             }
             k.video.emplace_back(w.data.begin() + c.offset + 8, w.data.begin() + c.offset + 8 + c.size);
-            lastEnd = c.offset + 8 + c.size;
         } else if (c.id == "01wb") {
             audio.push_back(&c);
         }
     }
-    for (const Chunk* c : audio)
-        if (c->offset < lastEnd)
-            k.audio.emplace_back(w.data.begin() + c->offset + 8, w.data.begin() + c->offset + 8 + c->size);
+    // Whole audio chunks that begin before the last kept frame ends, in time.
+    const std::uint64_t strh = w.find("strh")[0]->offset + 8, strf = w.find("strf")[1]->offset + 8;
+    const double videoEnd = double(k.video.size()) * rd32(w.data, strh + 20) / rd32(w.data, strh + 24);
+    const double bytesPerSec = rd32(w.data, strf + 8);
+    std::uint64_t bytes = 0;
+    for (const Chunk* c : audio) {
+        if (c->offset + 8 + c->size > std::min(end, k.cutAt ? k.cutAt : end) || bytes / bytesPerSec >= videoEnd)
+            break;
+        k.audio.emplace_back(w.data.begin() + c->offset + 8, w.data.begin() + c->offset + 8 + c->size);
+        bytes += c->size;
+    }
     return k;
 }
 
@@ -196,7 +203,7 @@ TEST(Repair, KeepsEveryWholeFrameAndTheAudioBeforeTheLast)
         if (cut == kFromRepair)
             cut = toNew.get_Summary().frames;
         ASSERT_GT(cut, 0u);
-        const Kept kept = keptOf(whole, cut, c.blockAlign);
+        const Kept kept = keptOf(whole, cut, c.blockAlign, fs::file_size(convertString(damaged)));
         ASSERT_EQ(kept.video.size(), cut) << "the whole file is shorter than the damaged one";
         const RepairSummary& s = toNew.get_Summary();
         EXPECT_EQ(s.frames, cut);
