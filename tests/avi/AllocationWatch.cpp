@@ -8,6 +8,7 @@ namespace {
 
 std::atomic<int> g_watches{0};
 std::atomic<std::size_t> g_largest{0};
+std::atomic<std::size_t> g_failSize{0};
 
 void note(std::size_t n)
 {
@@ -21,6 +22,9 @@ void note(std::size_t n)
 void* allocate(std::size_t n, std::size_t align)
 {
     note(n);
+    std::size_t fail = n;
+    if (n && g_failSize.compare_exchange_strong(fail, 0))
+        return nullptr;
     void* p = nullptr;
     if (align <= alignof(std::max_align_t))
         return std::malloc(n ? n : 1); // malloc(0) may give null, which new must not
@@ -40,6 +44,8 @@ AllocationWatch::AllocationWatch()
 AllocationWatch::~AllocationWatch() { --g_watches; }
 
 std::size_t AllocationWatch::largest() const { return g_largest.load(); }
+
+void AllocationWatch::failNext(std::size_t n) { g_failSize = n; }
 
 } // namespace avitest
 

@@ -15,6 +15,8 @@ public:
     AllocationWatch& operator=(const AllocationWatch&) = delete;
 
     std::size_t largest() const;
+    // The next allocation of exactly n bytes fails, as with no memory left.
+    static void failNext(std::size_t n);
 };
 
 } // namespace avitest

@@ -9,8 +9,10 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <functional>
 #include <set>
 
+#include "avi/AllocationWatch.h"
 #include "common/AssertCapture.h"
 #include "common/TempDir.h"
 #include "vlhost/FileFaults.h"
@@ -40,7 +42,7 @@ struct Take
 
 // A long-GOP MPEG-2 track (so the small IBP index limit applies) given
 // intra frames only.
-Take write(const std::wstring& path, bool retry)
+Take write(const std::wstring& path, bool retry, const std::function<void(FileWriter&)>& created = {})
 {
     Mpeg2Track video;
     std::vector<TrackStructuralData> tracks = {video.track, audioTrack(1, 100)};
@@ -55,6 +57,8 @@ Take write(const std::wstring& path, bool retry)
     const std::uint64_t start = vlhost::fileWriteCalls();
     testutil::captureStdout([&] {
         HRESULT hr = w.create(path, tracks.data(), 2);
+        if (created)
+            created(w);
         bool retried = false;
         for (std::uint32_t f = 0; SUCCEEDED(hr) && f < kFrames; ++f) {
             auto sizes = [](std::size_t k) { return k == 0 ? kVideoBytes : kAudioBytes; };
@@ -193,6 +197,29 @@ TEST(WriterFaultSweep, EveryWriteFailsInTurn)
                 }
             }
         }
+    }
+}
+
+// No memory for the head of the first AVIX: the frame that needed it fails,
+// the first RIFF stays whole and indexed, and the frame tried again goes on
+// into an AVIX right behind it.
+TEST(WriterFaultSweep, NoMemoryForTheFirstAvixHead)
+{
+    testutil::TempDir dir;
+    const std::wstring path = dir.file("nomem.avi");
+    constexpr std::uint32_t kFirstRiffFrames = 2665;
+    for (bool retry : {false, true}) {
+        SCOPED_TRACE(retry ? "tried again" : "given up");
+        Take take = write(path, retry, [](FileWriter& w) {
+            avitest::AllocationWatch::failNext(2 * CStrl::m_cbIXChunkSize + w.sectorSize());
+        });
+        EXPECT_EQ(take.failure, E_OUTOFMEMORY) << take.text;
+        EXPECT_FALSE(take.text.empty());
+        const std::uint32_t expected = retry ? kFrames : kFirstRiffFrames;
+        EXPECT_EQ(take.framesWritten, expected);
+        EXPECT_EQ(checkFile(path, expected), expected);
+        EXPECT_EQ(ffprobeView(path), line(expected));
+        EXPECT_EQ(Walk(path).problem, "");
     }
 }
 
