@@ -20,6 +20,7 @@
 #include "avi/mpeg2_codec_block.h"
 #include "util/fourcc.h"
 #include "util/stringUtils.h"
+#include "vlhost/HostStats.h"
 
 using namespace Morvane::Avi;
 
@@ -81,8 +82,8 @@ void gopFrame(std::uint32_t f, std::uint32_t& type, std::uint32_t& display, std:
 
 int main(int argc, char** argv)
 {
-    if (argc != 4) {
-        std::fprintf(stderr, "usage: velloro_benchfiles uyvy|dv|gop OUT FRAMES\n");
+    if (argc != 4 && argc != 5) {
+        std::fprintf(stderr, "usage: velloro_benchfiles uyvy|dv|gop OUT FRAMES [FLUSH_FRAMES]\n");
         return 2;
     }
     const std::string kind = argv[1];
@@ -118,6 +119,9 @@ int main(int argc, char** argv)
     std::vector<unsigned char> audio = pattern(kAudioBytesPerFrame, 99);
 
     FileWriter w;
+    // The periodic flush of the indexes and header, as the plug-in sets it.
+    w.set_FlushFrequency(argc == 5 ? static_cast<std::uint32_t>(std::strtoul(argv[4], nullptr, 10)) : 0);
+    const std::uint64_t callsBefore = vlhost::fileWriteCalls();
     auto t0 = std::chrono::steady_clock::now();
     HRESULT hr = w.create(out, tracks, 2);
     if (FAILED(hr)) {
@@ -148,8 +152,9 @@ int main(int argc, char** argv)
     struct rusage ru = {};
     getrusage(RUSAGE_SELF, &ru);
     std::printf("{\"kind\": \"%s\", \"frames\": %u, \"essence_bytes\": %llu, \"seconds\": %.6f, "
-                "\"mb_per_s\": %.1f, \"frames_per_s\": %.1f, \"peak_rss_kb\": %ld}\n",
+                "\"mb_per_s\": %.1f, \"frames_per_s\": %.1f, \"peak_rss_kb\": %ld, \"write_calls\": %llu}\n",
                 kind.c_str(), frames, static_cast<unsigned long long>(bytes), seconds, bytes / seconds / 1e6,
-                frames / seconds, ru.ru_maxrss);
+                frames / seconds, ru.ru_maxrss,
+                static_cast<unsigned long long>(vlhost::fileWriteCalls() - callsBefore));
     return 0;
 }

@@ -210,6 +210,27 @@ def writing(r, source, frames):
     return rows
 
 
+def flush_cost(r, frames, pairs):
+    """The periodic flush's share of write time: DV frames (the least bytes
+    per second of material) written by the container with the flush every
+    25 frames (a second, as the plug-in sets it) and without, in alternating
+    pairs so that the disk's drift falls on both alike."""
+    out = os.path.join(r.data, "flush.avi")
+    sync = lambda: subprocess.run(["sync"], check=True)
+    runs = {"0": [], "25": []}
+    calls = {}
+    for k in range(pairs):
+        for every in (("0", "25") if k % 2 == 0 else ("25", "0")):
+            s, _, outs = r.timed([r.tool("velloro_benchfiles"), "dv", out, str(frames), every], after=sync, cold=False)
+            os.remove(out)
+            runs[every].append(s)
+            calls[every] = json_lines([outs])[0]["write_calls"]
+    ratios = [b / a for a, b in zip(runs["0"], runs["25"])]
+    return {"frames": frames, "pairs": pairs, "seconds_without": statistics.median(runs["0"]),
+            "seconds_with": statistics.median(runs["25"]), "median_pair_ratio": statistics.median(ratios),
+            "extra_writes_per_second": (calls["25"] - calls["0"]) / (frames / 25.0)}
+
+
 def fmt_table(report):
     lines = []
     add = lines.append
@@ -258,6 +279,13 @@ def fmt_table(report):
         add("%-32s %9.3f %9.1f %10.1f %9.1f %8.2f %10.2f %10.2f" % (
             label, x["seconds"], x["mb_per_s"], x["frames_per_s"], x["peak_rss_kib"] / 1024, x["vs_dd"],
             x["vs_dd_direct"], x["vs_dd_copy"]))
+    f = report.get("flush")
+    if f:
+        add("")
+        add("== periodic flush, container writing %d DV frames: every 25 frames %.3f s, never %.3f s; "
+            "cost %+.1f%% (median of %d alternating pairs), %.1f more writes per second of material" % (
+                f["frames"], f["seconds_with"], f["seconds_without"], (f["median_pair_ratio"] - 1) * 100,
+                f["pairs"], f["extra_writes_per_second"]))
     return "\n".join(lines)
 
 
@@ -309,6 +337,7 @@ def main():
         report["write_source"] = "uyvy.avi"
         report["write_bytes"] = os.path.getsize(source)
         report["write"] = writing(r, source, frames)
+        report["flush"] = flush_cost(r, 4500, max(2 * args.runs, 10))
     finally:
         if not args.keep:
             for path in made:
