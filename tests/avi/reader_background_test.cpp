@@ -4,24 +4,17 @@
 // bytes, whether the run goes on, jumps away or is dropped mid-read.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdint>
 #include <cstdio>
-#include <cstring>
-#include <random>
-#include <vector>
 
 #include "FileFormats/AVI/avilib/avilib.ReadAhead.h"
+#include "avi/readahead_support.h"
 #include "common/TempDir.h"
 #include "host/iFileSystem.h"
 
 using Morvane::Avi::ReadAhead;
+using namespace readaheadtest;
 
 namespace {
-
-constexpr std::uint64_t kMiB = 1 << 20;
-constexpr std::uint64_t kDvStep = 152576; // a DV frame with its audio, in 512-byte sectors
-constexpr std::uint64_t kDvRead = 144384;
 
 // The host's handle, counting the reads made through it.
 class CountingFile : public iFile
@@ -76,17 +69,6 @@ std::uint64_t bytesReadByProcess()
     return rchar;
 }
 
-bool holdsPositions(const std::vector<unsigned char>& got, std::uint64_t pos)
-{
-    for (std::uint64_t k = 0; k + 4 <= got.size(); k += 4) {
-        std::uint32_t v;
-        std::memcpy(&v, &got[k], 4);
-        if (v != static_cast<std::uint32_t>(pos + k))
-            return false;
-    }
-    return true;
-}
-
 struct Fixture
 {
     testutil::TempDir dir;
@@ -111,7 +93,7 @@ struct Fixture
         for (unsigned k = first; k < first + count; ++k) {
             const std::uint64_t pos = 4096 + k * kDvStep;
             if (ra.read(*file, pos, kDvRead, got.data())) {
-                EXPECT_TRUE(holdsPositions(got, pos)) << "frame " << k;
+                EXPECT_TRUE(holdsPositions(got.data(), kDvRead, pos)) << "frame " << k;
                 ++served;
             }
         }
@@ -142,18 +124,12 @@ TEST(ReadAheadBackground, GroupsInFlightComeFromTheBackgroundWindows)
     Fixture f(64 * kMiB);
     ASSERT_TRUE(f.file);
     const std::uint64_t gop = 1480 * 1024;
-    std::vector<unsigned> order(40);
-    for (unsigned g = 0; g < order.size(); ++g)
-        order[g] = g;
-    std::mt19937 rng(3);
-    for (unsigned b = 0; b + 8 <= order.size(); b += 8)
-        std::shuffle(order.begin() + b, order.begin() + b + 8, rng);
     std::vector<unsigned char> got(gop);
-    for (unsigned g : order) {
+    for (unsigned g : inFlightOrder(40, 3)) {
         const std::uint64_t at = 4096 + g * gop;
         ASSERT_TRUE(f.ra.readRun(*f.file, at, gop)) << g;
         ASSERT_TRUE(f.ra.read(*f.file, at, gop, got.data())) << g;
-        EXPECT_TRUE(holdsPositions(got, at)) << "group " << g;
+        EXPECT_TRUE(holdsPositions(got.data(), gop, at)) << "group " << g;
     }
     // 58 MiB: the first groups alone and windows of 2, 4 and 8 MiB in the
     // foreground, then the background's (15 reads without it).
@@ -178,7 +154,7 @@ TEST(ReadAheadBackground, AScrubOfGroupsReadsNothingAhead)
         ASSERT_TRUE(f.ra.readRun(*f.file, at, gop));
         for (std::uint64_t p = at; p < at + gop; p += frame) {
             ASSERT_TRUE(f.ra.read(*f.file, p, frame, got.data()));
-            EXPECT_TRUE(holdsPositions(got, p));
+            EXPECT_TRUE(holdsPositions(got.data(), frame, p));
         }
     }
     f.ra.clear();

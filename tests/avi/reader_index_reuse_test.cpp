@@ -2,7 +2,6 @@
 // reader must end up exactly where a fresh load would leave it.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <vector>
 
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"

@@ -3,15 +3,11 @@
 // or short disk read must leave the caller to read (and fail) on its own.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cstdint>
-#include <cstring>
-#include <random>
-#include <vector>
-
 #include "FileFormats/AVI/avilib/avilib.ReadAhead.h"
+#include "avi/readahead_support.h"
 
 using Morvane::Avi::ReadAhead;
+using namespace readaheadtest;
 
 namespace {
 
@@ -45,11 +41,6 @@ public:
     std::uint64_t getPosition() const override { return pos_; }
     std::uint64_t getSize() const override { return bytes_.size(); }
 
-    bool holds(const std::vector<unsigned char>& got, std::uint64_t pos, std::uint64_t n) const
-    {
-        return got.size() >= n && std::memcmp(got.data(), &bytes_[pos], n) == 0;
-    }
-
     unsigned reads = 0;
     std::uint64_t bytesRead = 0;
     std::uint64_t failFrom = UINT64_MAX;
@@ -59,72 +50,41 @@ private:
     std::uint64_t pos_ = 0;
 };
 
-constexpr std::uint64_t kMiB = 1 << 20;
-constexpr std::uint64_t kDvStep = 152576; // a 144000-byte frame with its audio, in 512-byte sectors
-constexpr std::uint64_t kDvRead = 144384;
-
-// Requests of n bytes every step bytes from start; how many the window served.
-unsigned walk(ReadAhead& ra, MemoryFile& f, std::uint64_t start, std::uint64_t step, std::uint64_t n, unsigned count)
+// Requests of n bytes every step bytes from start, count of them delivered
+// as inFlightOrder gives them; how many the window served.
+unsigned walk(ReadAhead& ra, MemoryFile& f, std::uint64_t start, std::uint64_t step, std::uint64_t n, unsigned count,
+              unsigned seed = 0)
 {
     unsigned served = 0;
     std::vector<unsigned char> got(n);
-    for (unsigned k = 0; k < count; ++k) {
+    for (unsigned k : inFlightOrder(count, seed)) {
         std::uint64_t pos = start + k * step;
         if (ra.read(f, pos, n, got.data())) {
-            EXPECT_TRUE(f.holds(got, pos, n)) << "request " << k << " at " << pos;
+            EXPECT_TRUE(holdsPositions(got.data(), n, pos)) << "request " << k << " at " << pos;
             ++served;
         }
     }
     return served;
 }
 
-// 0 to count - 1 as the host's threads deliver them with eight in flight:
-// each eight in any order. count is a multiple of eight.
-std::vector<unsigned> inFlightOrder(unsigned count, unsigned seed)
+TEST(ReadAhead, ForwardFramesComeFromGrowingWindowsInAnyOrderOfDelivery)
 {
-    std::vector<unsigned> order(count);
-    for (unsigned k = 0; k < count; ++k)
-        order[k] = k;
-    std::mt19937 rng(seed);
-    for (unsigned b = 0; b + 8 <= count; b += 8)
-        std::shuffle(order.begin() + b, order.begin() + b + 8, rng);
-    return order;
-}
-
-TEST(ReadAhead, ForwardFramesComeFromGrowingWindows)
-{
-    MemoryFile f(64 * kMiB);
-    ReadAhead ra;
-    unsigned served = walk(ra, f, 4096, kDvStep, kDvRead, 400);
-    // Two frames alone, then windows of 1, 2, 4 and 8 MiB for the rest.
-    EXPECT_EQ(served, 398u);
-    EXPECT_LE(f.reads, 12u);
-}
-
-TEST(ReadAhead, FramesDeliveredOutOfOrderStillComeFromWindows)
-{
-    MemoryFile f(64 * kMiB);
-    ReadAhead ra;
-    unsigned alone = 0;
-    std::vector<unsigned char> got(kDvRead);
-    for (unsigned k : inFlightOrder(400, 7)) {
-        std::uint64_t pos = 4096 + k * kDvStep;
-        if (ra.read(f, pos, kDvRead, got.data()))
-            EXPECT_TRUE(f.holds(got, pos, kDvRead)) << "frame " << k;
-        else
-            ++alone;
+    // In order: two frames alone, then windows of 1, 2, 4 and 8 MiB for the
+    // rest; delivered out of order, at most eight alone.
+    for (auto [seed, served] : {std::pair{0u, 398u}, {7u, 392u}}) {
+        MemoryFile f(64 * kMiB);
+        ReadAhead ra;
+        EXPECT_GE(walk(ra, f, 4096, kDvStep, kDvRead, 400, seed), served) << seed;
+        EXPECT_LE(f.reads, 12u) << seed;
     }
-    EXPECT_LE(alone, 8u) << f.reads;
-    EXPECT_LE(f.reads, 12u) << alone;
 }
 
 TEST(ReadAhead, RandomLargeAndSparseReadsGoToTheDisk)
 {
     MemoryFile f(96 * kMiB);
     ReadAhead ra;
-    const std::uint64_t scattered[] = {50 * kMiB, 3 * kMiB, 70 * kMiB, 17 * kMiB, 40 * kMiB, 90 * kMiB};
     std::vector<unsigned char> got(kDvRead);
-    for (std::uint64_t pos : scattered)
+    for (std::uint64_t pos : {50 * kMiB, 3 * kMiB, 70 * kMiB, 17 * kMiB, 40 * kMiB, 90 * kMiB})
         EXPECT_FALSE(ra.read(f, pos, kDvRead, got.data()));
     // Frames of uncompressed HD are read alone however they follow each
     // other, and so is the audio between them, asked for along with them.
@@ -160,39 +120,29 @@ TEST(ReadAhead, AGroupIsOneReadAndTheNextGroupsReadFurtherAhead)
     EXPECT_FALSE(ra.readRun(f, 0, ReadAhead::kMaxRun + 512));
 }
 
-TEST(ReadAhead, GroupsKeepReadingAheadBetweenAudioReadsFarBehind)
+// Groups each read frame by frame: in order, with the audio asked for 8
+// groups (11 MiB) behind as a player does, or eight in flight in any order.
+// Either way windows growing to 8 MiB, not a read per group.
+TEST(ReadAhead, GroupsComeFromWindowsBetweenAudioReadsAndInAnyOrder)
 {
-    // A player: eight groups in flight ahead of the picture shown, and the
-    // audio asked for at that picture, 8 groups (11 MiB) behind.
-    MemoryFile f(64 * kMiB);
-    ReadAhead ra;
-    const std::uint64_t gop = 1400 * 1024;
-    std::vector<unsigned char> got(8192);
-    for (int g = 0; g < 30; ++g) {
-        const std::uint64_t at = 4 * kMiB + g * gop;
-        ASSERT_TRUE(ra.readRun(f, at, gop)) << g;
-        EXPECT_EQ(walk(ra, f, at, gop / 12, gop / 12, 12), 12u) << g;
-        if (g >= 8 && ra.read(f, at - 8 * gop, 8192, got.data())) {
-            EXPECT_TRUE(f.holds(got, at - 8 * gop, 8192));
+    const struct { std::uint64_t start, gop; unsigned groups, seed; bool audio; unsigned reads; } cases[] = {
+        {4 * kMiB, 1400 * 1024, 30, 0, true, 10}, // 41 MiB
+        {4096, 1480 * 1024, 48, 11, false, 20},   // 69 MiB
+    };
+    for (const auto& c : cases) {
+        MemoryFile f(96 * kMiB);
+        ReadAhead ra;
+        std::vector<unsigned char> got(8192);
+        for (unsigned g : inFlightOrder(c.groups, c.seed)) {
+            const std::uint64_t at = c.start + g * c.gop;
+            ASSERT_TRUE(ra.readRun(f, at, c.gop)) << g;
+            EXPECT_EQ(walk(ra, f, at, c.gop / 12, c.gop / 12, 12), 12u) << g;
+            if (c.audio && g >= 8 && ra.read(f, at - 8 * c.gop, 8192, got.data())) {
+                EXPECT_TRUE(holdsPositions(got.data(), 8192, at - 8 * c.gop));
+            }
         }
+        EXPECT_LE(f.reads, c.reads) << c.seed;
     }
-    // 41 MiB of groups in windows growing to 8 MiB; one read per group
-    // otherwise.
-    EXPECT_LE(f.reads, 10u);
-}
-
-TEST(ReadAhead, GroupsDeliveredOutOfOrderStillComeFromWindows)
-{
-    MemoryFile f(96 * kMiB);
-    ReadAhead ra;
-    const std::uint64_t gop = 1480 * 1024;
-    for (unsigned g : inFlightOrder(48, 11)) {
-        const std::uint64_t at = 4096 + g * gop;
-        ASSERT_TRUE(ra.readRun(f, at, gop)) << g;
-        EXPECT_EQ(walk(ra, f, at, gop / 12, gop / 12, 12), 12u) << g;
-    }
-    // 69 MiB in windows of up to 8 MiB, not a read per group.
-    EXPECT_LE(f.reads, 20u);
 }
 
 TEST(ReadAhead, ScrubbedGroupsAreReadAlone)
@@ -215,8 +165,7 @@ TEST(ReadAhead, ShortAndFailedReadsLeaveTheRestToTheCaller)
     ReadAhead ra;
     // Two frames alone, then windows up to the end of the file; the last
     // frame reaches past it and is not served.
-    unsigned served = walk(ra, f, 0, kDvStep, kDvRead, 21);
-    EXPECT_EQ(served, 18u);
+    EXPECT_EQ(walk(ra, f, 0, kDvStep, kDvRead, 21), 18u);
     std::vector<unsigned char> got(kDvRead);
     EXPECT_FALSE(ra.read(f, 3 * kMiB + 512, 1024, got.data()));
 
@@ -229,7 +178,7 @@ TEST(ReadAhead, ShortAndFailedReadsLeaveTheRestToTheCaller)
         if (pos + kDvRead > bad.failFrom) {
             EXPECT_FALSE(served) << "request " << k << " reaches the failing offset";
         } else if (served) {
-            EXPECT_TRUE(bad.holds(got, pos, kDvRead));
+            EXPECT_TRUE(holdsPositions(got.data(), kDvRead, pos));
         }
     }
 }
@@ -239,14 +188,10 @@ TEST(ReadAhead, WindowMemoryIsAlignedForDirectReads)
     // A window off a page would make every direct read of it go through the
     // page cache on a disk that asks for aligned memory.
     Morvane::Avi::WindowBuffer w;
-    const struct
-    {
-        std::uint64_t ask, alignment;
-    } cases[] = {{70000, 4096}, {3u << 20, 2u << 20}};
-    for (const auto& c : cases) {
-        ASSERT_TRUE(w.reserve(c.ask));
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(w.data()) % c.alignment, 0u) << c.ask;
-        EXPECT_GE(w.capacity(), c.ask);
+    for (auto [ask, alignment] : {std::pair<std::uint64_t, std::uint64_t>{70000, 4096}, {3u << 20, 2u << 20}}) {
+        ASSERT_TRUE(w.reserve(ask));
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(w.data()) % alignment, 0u) << ask;
+        EXPECT_GE(w.capacity(), ask);
     }
     unsigned char* kept = w.data();
     ASSERT_TRUE(w.reserve(1u << 20));

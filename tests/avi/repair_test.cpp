@@ -2,7 +2,8 @@
 // it was still writing, ffmpeg's files cut in the middle of a frame and one
 // whose ffmpeg was killed. Each is repaired in place and to a new file, and
 // both must read, through our reader and through ffmpeg, as exactly the
-// whole frames of the source and the audio before the end of the last one.
+// whole frames of the source and the audio that starts before the end of the
+// last one, by its time (our writer puts a frame's audio after it).
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -22,19 +23,6 @@ namespace {
 namespace fs = std::filesystem;
 using Bytes = std::vector<unsigned char>;
 
-Bytes slurpBytes(const std::wstring& path)
-{
-    std::ifstream in(convertString(path), std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-}
-
-void poke32(const std::wstring& path, std::uint64_t at, std::uint32_t v)
-{
-    std::fstream f(convertString(path), std::ios::binary | std::ios::in | std::ios::out);
-    f.seekp(static_cast<std::streamoff>(at));
-    f.write(reinterpret_cast<const char*>(&v), 4);
-}
-
 bool haveFfmpeg()
 {
     return !run("command -v ffmpeg ffprobe").empty();
@@ -43,7 +31,7 @@ bool haveFfmpeg()
 // The chunks of a whole file that a repair cut before video chunk `cut` keeps.
 struct Kept
 {
-    std::vector<Bytes> video, audio;
+    std::vector<Bytes> video{}, audio{};
     std::uint32_t blockAlign = 0;
     std::uint64_t cutAt = 0; // in the middle of the data of video chunk `cut`
 };
@@ -52,29 +40,28 @@ struct Kept
 Kept keptOf(const std::wstring& whole, std::uint32_t cut, std::uint32_t blockAlign, std::uint64_t end = UINT64_MAX)
 {
     Walk w(whole);
-    Kept k;
-    k.blockAlign = blockAlign;
+    Kept k{.blockAlign = blockAlign};
     std::vector<const Chunk*> audio;
+    auto data = [&](const Chunk& c) { return Bytes(&w.data[c.offset + 8], &w.data[c.offset + 8] + c.size); };
     for (const Chunk& c : w.chunks) {
-        if (c.id == "00dc" || c.id == "00db") {
-            if (k.video.size() == cut) {
-                k.cutAt = c.offset + 8 + c.size / 2;
-                break;
-            }
-            k.video.emplace_back(w.data.begin() + c.offset + 8, w.data.begin() + c.offset + 8 + c.size);
+        if ((c.id == "00dc" || c.id == "00db") && k.video.size() == cut) {
+            k.cutAt = c.offset + 8 + c.size / 2;
+            break;
+        } else if (c.id == "00dc" || c.id == "00db") {
+            k.video.push_back(data(c));
         } else if (c.id == "01wb") {
             audio.push_back(&c);
         }
     }
-    // Whole audio chunks that begin before the last kept frame ends, in time.
-    const std::uint64_t strh = w.find("strh")[0]->offset + 8, strf = w.find("strf")[1]->offset + 8;
+    // Audio by time: the whole chunks whose first sample lies before the last
+    // frame ends.
+    const std::uint64_t strh = w.find("strh")[0]->offset + 8, bytesPerSec = rd32(w.data, w.find("strf")[1]->offset + 16);
     const double videoEnd = double(k.video.size()) * rd32(w.data, strh + 20) / rd32(w.data, strh + 24);
-    const double bytesPerSec = rd32(w.data, strf + 8);
     std::uint64_t bytes = 0;
     for (const Chunk* c : audio) {
-        if (c->offset + 8 + c->size > std::min(end, k.cutAt ? k.cutAt : end) || bytes / bytesPerSec >= videoEnd)
+        if (c->offset + 8 + c->size > std::min(end, k.cutAt ? k.cutAt : end) || double(bytes) / bytesPerSec >= videoEnd)
             break;
-        k.audio.emplace_back(w.data.begin() + c->offset + 8, w.data.begin() + c->offset + 8 + c->size);
+        k.audio.push_back(data(*c));
         bytes += c->size;
     }
     return k;
@@ -93,10 +80,7 @@ Bytes joined(const std::vector<Bytes>& chunks)
 void expectHolds(const std::wstring& path, const Kept& k)
 {
     Written w;
-    w.streams.resize(2);
-    w.streams[0].video = true;
-    w.streams[1].track = 1;
-    w.streams[1].blockAlign = k.blockAlign;
+    w.streams = {{.video = true}, {.track = 1, .blockAlign = k.blockAlign}};
     for (std::uint32_t s = 0; s < 2; ++s)
         for (const Bytes& b : s == 0 ? k.video : k.audio) {
             w.streams[s].sizes.push_back(static_cast<std::uint32_t>(b.size()));
@@ -118,11 +102,8 @@ void expectHolds(const std::wstring& path, const Kept& k)
 // Our writer, copied while it writes (the headers as its last flush left
 // them, so the indx names index chunks of part of the frames): `frames` of
 // ~300 bytes with 160 bytes of stereo audio each, copied at `copyAt`.
-void ourWriter(const testutil::TempDir& dir, std::uint32_t frames, std::uint32_t copyAt, std::wstring& damaged,
-               std::wstring& whole)
+void ourWriter(std::uint32_t frames, std::uint32_t copyAt, const std::wstring& damaged, const std::wstring& whole)
 {
-    whole = dir.file("whole.avi");
-    damaged = dir.file("damaged.avi");
     std::vector<TrackStructuralData> tracks = {videoTrack("UYVY", 16, 8, 25, 1), audioTrack(2, 48000)};
     FileWriter w;
     w.set_FlushFrequency(50);
@@ -157,26 +138,23 @@ TEST(Repair, KeepsEveryWholeFrameAndTheAudioBeforeTheLast)
         std::uint32_t blockAlign;
         bool partialFrame;      // what the end of the damaged file cuts
         // Makes the damaged file and a whole one with the same chunks before the cut.
-        std::function<void(std::wstring& damaged, std::wstring& whole)> make;
+        std::function<void(const std::wstring& damaged, const std::wstring& whole)> make;
     } cases[] = {
         {"our writer, killed in its first RIFF, RIFF size zeroed", 777, 4, true,
-         [&](std::wstring& damaged, std::wstring& whole) {
-             ourWriter(dir, 1000, 990, damaged, whole);
-             poke32(damaged, 4, 0);
+         [&](const std::wstring& damaged, const std::wstring& whole) {
+             ourWriter(1000, 990, damaged, whole);
+             std::fstream f(convertString(damaged), std::ios::binary | std::ios::in | std::ios::out);
+             f.seekp(4).write("\0\0\0", 4); // the RIFF size
          }},
         {"our writer, killed in its AVIX", 8150, 4, true,
-         [&](std::wstring& damaged, std::wstring& whole) { ourWriter(dir, 8200, 8190, damaged, whole); }},
+         [&](const std::wstring& damaged, const std::wstring& whole) { ourWriter(8200, 8190, damaged, whole); }},
         {"ffmpeg, cut in the middle of movi", 120, 2, true,
-         [&](std::wstring& damaged, std::wstring& whole) {
-             whole = dir.file("whole.avi");
-             damaged = dir.file("damaged.avi");
+         [&](const std::wstring& damaged, const std::wstring& whole) {
              ASSERT_EQ(std::system(ffmpegAvi("64x48", "10", whole).c_str()), 0);
              fs::copy_file(convertString(whole), convertString(damaged), fs::copy_options::overwrite_existing);
          }},
         {"ffmpeg, killed", kFromRepair, 2, false,
-         [&](std::wstring& damaged, std::wstring& whole) {
-             whole = dir.file("whole.avi");
-             damaged = dir.file("damaged.avi");
+         [&](const std::wstring& damaged, const std::wstring& whole) {
              // Killed once the file passes 8 MB: partway through a frame.
              const std::string d = convertString(damaged), script = convertString(dir.file("kill.sh"));
              std::ofstream(script) << ffmpegAvi("160x120", "600", damaged) << " </dev/null >/dev/null 2>&1 &\n"
@@ -190,7 +168,7 @@ TEST(Repair, KeepsEveryWholeFrameAndTheAudioBeforeTheLast)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        std::wstring damaged, whole;
+        const std::wstring damaged = dir.file("damaged.avi"), whole = dir.file("whole.avi");
         c.make(damaged, whole);
         if (HasFatalFailure())
             return;
@@ -206,11 +184,8 @@ TEST(Repair, KeepsEveryWholeFrameAndTheAudioBeforeTheLast)
         const Kept kept = keptOf(whole, cut, c.blockAlign, fs::file_size(convertString(damaged)));
         ASSERT_EQ(kept.video.size(), cut) << "the whole file is shorter than the damaged one";
         const RepairSummary& s = toNew.get_Summary();
-        EXPECT_EQ(s.frames, cut);
-        EXPECT_EQ(s.audioBytes, joined(kept.audio).size());
-        if (c.partialFrame) {
-            EXPECT_EQ(s.partialFrames, 1u);
-        }
+        EXPECT_EQ(std::pair(s.frames, s.audioBytes), std::pair(cut, std::uint64_t{joined(kept.audio).size()}));
+        EXPECT_TRUE(!c.partialFrame || s.partialFrames == 1u) << s.partialFrames;
 
         SCOPED_TRACE("to a new file");
         const std::wstring out = dir.file("out.avi");
@@ -246,7 +221,7 @@ TEST(Repair, RefusesWithoutTouchingTheFile)
     fs::copy_file(testutil::dataPath("audio_only.avi"), convertString(audio));
     for (const std::wstring& path : {text, noFrame, audio}) {
         SCOPED_TRACE(convertString(path));
-        const Bytes before = slurpBytes(path);
+        const Bytes before = Walk(path).data;
         FileRepair r;
         EXPECT_TRUE(FAILED(r.open(path)));
         EXPECT_FALSE(r.getLastError().empty());
@@ -254,16 +229,16 @@ TEST(Repair, RefusesWithoutTouchingTheFile)
         EXPECT_EQ(velloro::repairCommand(in.c_str(), nullptr, false), 1);
         EXPECT_EQ(velloro::repairCommand(in.c_str(), out.c_str(), false), 1);
         EXPECT_FALSE(fs::exists(out));
-        EXPECT_TRUE(slurpBytes(path) == before);
+        EXPECT_TRUE(Walk(path).data == before);
     }
     // OUT is never IN, under any name; an existing OUT needs -y.
     const std::string good = convertString(dir.file("good.avi")), link = convertString(dir.file("link.avi"));
     ASSERT_EQ(std::system(ffmpegAvi("64x48", "1", dir.file("good.avi")).c_str()), 0);
     fs::create_hard_link(good, link);
-    const Bytes before = slurpBytes(dir.file("good.avi"));
+    const Bytes before = Walk(dir.file("good.avi")).data;
     EXPECT_EQ(velloro::repairCommand(good.c_str(), link.c_str(), true), 1);
     EXPECT_EQ(velloro::repairCommand(good.c_str(), convertString(text).c_str(), false), 1);
-    EXPECT_TRUE(slurpBytes(dir.file("good.avi")) == before);
+    EXPECT_TRUE(Walk(dir.file("good.avi")).data == before);
 }
 
 TEST(Repair, SaysWhatWasKept)

@@ -19,7 +19,7 @@ struct WrittenStream
     bool video = false;
     bool ibp = false; // the writer gave it the frame-type index
     std::uint32_t blockAlign = 0, maxChunk = 0;
-    std::vector<std::uint32_t> sizes, frameTypes, displayNumbers;
+    std::vector<std::uint32_t> sizes{}, frameTypes{}, displayNumbers{};
 };
 
 struct Written
