@@ -13,7 +13,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 BUILD=${VELLORO_FUZZ_BUILD:-build-fuzz}
-TARGETS=(fuzz_reader_open fuzz_reader_read fuzz_index fuzz_writer_roundtrip fuzz_timecode)
+TARGETS=(fuzz_reader_open fuzz_reader_read fuzz_index fuzz_writer_roundtrip fuzz_timecode fuzz_repair)
 LIMITS=(-rss_limit_mb=2560 -malloc_limit_mb=512 -timeout=25)
 
 build() {
@@ -34,7 +34,7 @@ options() {
     local t=$1
     local opts=("${LIMITS[@]}" -dict=fuzz/avi.dict -print_final_stats=1)
     case $t in
-        fuzz_reader_open|fuzz_reader_read) opts+=(-max_len=131072) ;;
+        fuzz_reader_open|fuzz_reader_read|fuzz_repair) opts+=(-max_len=131072) ;;
         fuzz_timecode) opts+=(-close_fd_mask=2) ;; # its parser reports bad text on stderr
     esac
     printf '%s\n' "${opts[@]}"
@@ -54,7 +54,7 @@ run() {
     local work="$BUILD/corpus/$t"
     mkdir -p "$work" "$BUILD/artifacts" "fuzz/corpus/$t"
     local dirs=("$work" "fuzz/corpus/$t")
-    case $t in fuzz_reader_*) dirs+=("$(seeds)") ;; esac
+    case $t in fuzz_reader_*|fuzz_repair) dirs+=("$(seeds)") ;; esac
     [ -d "fuzz/regressions/$t" ] && dirs+=("fuzz/regressions/$t")
     mapfile -t opts < <(options "$t")
     "$BUILD/bin/$t" "${opts[@]}" -max_total_time="$seconds" -artifact_prefix="$BUILD/artifacts/$t-" "${dirs[@]}"
