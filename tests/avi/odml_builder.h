@@ -79,9 +79,9 @@ inline Bytes buildOdml(std::uint8_t subType, const std::vector<std::vector<Entry
             }
         }
         std::uint32_t size = static_cast<std::uint32_t>(b.pos() - at);
-        b.patch64(superEntries + 16 * c, at);
-        b.patch32(superEntries + 16 * c + 8, size);
-        b.patch32(superEntries + 16 * c + 12, entries);
+        put64(b.bytes(), superEntries + 16 * c, at);
+        put32(b.bytes(), superEntries + 16 * c + 8, size);
+        put32(b.bytes(), superEntries + 16 * c + 12, entries);
     }
     b.end(movi);
     b.end(riff);

@@ -39,7 +39,7 @@ public:
         fcc(type);
         return at;
     }
-    void end(std::size_t at) { patch32(at, static_cast<std::uint32_t>(pos() - at - 4)); }
+    void end(std::size_t at);
 
     // A chunk with its pad byte; returns the position of its header.
     std::size_t chunk(std::uint32_t id, const Bytes& data)
@@ -61,9 +61,6 @@ public:
         return at;
     }
 
-    void patch32(std::size_t at, std::uint32_t v) { std::memcpy(&b_[at], &v, 4); }
-    void patch64(std::size_t at, std::uint64_t v) { std::memcpy(&b_[at], &v, 8); }
-
 private:
     Bytes b_;
 };
@@ -82,14 +79,9 @@ Bytes bytesOf(const std::vector<T>& records)
                  reinterpret_cast<const std::uint8_t*>(records.data() + records.size()));
 }
 
-inline std::uint32_t get32(const Bytes& b, std::size_t at)
-{
-    std::uint32_t v;
-    std::memcpy(&v, &b[at], 4);
-    return v;
-}
 inline void put32(Bytes& b, std::size_t at, std::uint32_t v) { std::memcpy(&b[at], &v, 4); }
 inline void put64(Bytes& b, std::size_t at, std::uint64_t v) { std::memcpy(&b[at], &v, 8); }
+inline void RiffBuilder::end(std::size_t at) { put32(b_, at, static_cast<std::uint32_t>(pos() - at - 4)); }
 
 inline void writeFile(const std::string& path, const Bytes& b)
 {

@@ -104,9 +104,11 @@ TEST(ReaderIndexReuse, ReopeningAStreamGivesTheStateOfAFreshLoad)
         // maximum GOP length belongs to the resident chunk.
         {"frame-type index", true, 2900, 2728, 2800},
     };
+    // One reader for both files: the second never sees the records of the first.
+    FileReader r;
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        const std::wstring path = dir.file("reuse.avi");
+        const std::wstring path = dir.file(c.longGop ? "ibp.avi" : "std.avi");
         writeFile(path, c.longGop, c.frames, c.switchAt);
         const Resident first = fresh(path, 0, 0), second = fresh(path, 0, c.later);
         ASSERT_NE(first.start, second.start);
@@ -114,8 +116,8 @@ TEST(ReaderIndexReuse, ReopeningAStreamGivesTheStateOfAFreshLoad)
             EXPECT_NE(first.maxGop, second.maxGop);
         }
 
-        FileReader r;
         ASSERT_EQ(r.load(path), S_OK);
+        EXPECT_EQ(r.get_Length(0), c.frames);
         for (int round = 0; round < 3; ++round) {
             SCOPED_TRACE(round);
             ASSERT_EQ(r.essenceOpen(0), S_OK);
@@ -143,22 +145,6 @@ TEST(ReaderIndexReuse, ReopeningAStreamGivesTheStateOfAFreshLoad)
                 EXPECT_EQ(resident(r, 0), on ? reordered : first);
             }
         }
+        r.close();
     }
-}
-
-TEST(ReaderIndexReuse, ANewFileNeverSeesTheRecordsOfTheLastOne)
-{
-    testutil::TempDir dir;
-    const std::wstring a = dir.file("a.avi"), b = dir.file("b.avi");
-    writeFile(a, false, 300);
-    writeFile(b, false, 200);
-    FileReader r;
-    ASSERT_EQ(r.load(a), S_OK);
-    ASSERT_EQ(r.essenceOpen(0), S_OK);
-    ASSERT_EQ(r.essenceOpen(1), S_OK);
-    r.close();
-    ASSERT_EQ(r.load(b), S_OK);
-    ASSERT_EQ(r.essenceOpen(0), S_OK);
-    EXPECT_EQ(resident(r, 0), fresh(b, 0, 0));
-    EXPECT_EQ(r.get_Length(0), 200u);
 }

@@ -101,14 +101,14 @@ inline File make(const Knobs& k = {})
         std::size_t a = b.chunk("01wb", audioBytes(i));
         idx.push_back({Morvane::makeFourCC("01wb"), 0, static_cast<std::uint32_t>(a - (movi + 4)), kAudioBytes});
         if (ix)
-            b.patch32(ix + sizeof(AVISTDINDEX) + 8 * i, static_cast<std::uint32_t>(v + 8));
+            put32(b.bytes(), ix + sizeof(AVISTDINDEX) + 8 * i, static_cast<std::uint32_t>(v + 8));
     }
     b.end(movi);
     f.at["idx1"] = b.chunk("idx1", bytesOf(idx));
     b.end(riffAt);
     for (std::size_t at : indx) {
-        b.patch64(at + sizeof(AVISUPERINDEX), ix);
-        b.patch32(at + sizeof(AVISUPERINDEX) + 8, static_cast<std::uint32_t>(sizeof(AVISTDINDEX) + 8 * kFrames));
+        put64(b.bytes(), at + sizeof(AVISUPERINDEX), ix);
+        put32(b.bytes(), at + sizeof(AVISUPERINDEX) + 8, static_cast<std::uint32_t>(sizeof(AVISTDINDEX) + 8 * kFrames));
     }
     f.bytes = b.bytes();
     return f;

@@ -77,17 +77,12 @@ struct PictureCase
     const char* assertion = ""; // printed location
 };
 
+// aspect 0: no vprp.
 VideoSpec picture(const char (&code)[5], std::int32_t w, std::int32_t h, std::uint16_t bits,
-               std::optional<AVIVIDEOPROPERTIES> vprp = videoProperties(0x00040003, 1), Bytes extra = {})
+                  std::uint32_t aspect = 0x00040003, std::uint32_t fields = 1, Bytes extra = {})
 {
-    VideoSpec s;
-    s.fcc = makeFourCC(code);
-    s.width = w;
-    s.height = h;
-    s.bitCount = bits;
-    s.vprp = vprp;
-    s.extra = std::move(extra);
-    return s;
+    return VideoSpec{.fcc = makeFourCC(code), .width = w, .height = h, .bitCount = bits, .extra = std::move(extra),
+                     .vprp = aspect ? std::optional(videoProperties(aspect, fields)) : std::nullopt};
 }
 
 Bytes matroxExtra(std::uint32_t bitsPerComponent, std::uint32_t scan, std::uint32_t layout, std::uint32_t stride)
@@ -128,12 +123,9 @@ INSTANTIATE_TEST_SUITE_P(
     FileInfo, Pictures,
     testing::Values(
         // Interlaced NTSC: lower field first; the vprp's 4:3.
-        PictureCase{"DvNtsc486", picture("dvsd", 720, 486, 24, videoProperties(0x00040003, 2)), 0, 8, 16, 1440, true,
-                    2, 1, 3},
-        PictureCase{"DvPal169", picture("dvsd", 720, 576, 24, videoProperties(0x00100009, 2)), 0, 8, 16, 1440, true,
-                    1, 2, 15},
-        PictureCase{"Dv50IsLowerFirst", picture("dv50", 720, 576, 24, videoProperties(0x00040003, 2)), 0, 8, 16, 1440,
-                    true, 2, 1, 15},
+        PictureCase{"DvNtsc486", picture("dvsd", 720, 486, 24, 0x00040003, 2), 0, 8, 16, 1440, true, 2, 1, 3},
+        PictureCase{"DvPal169", picture("dvsd", 720, 576, 24, 0x00100009, 2), 0, 8, 16, 1440, true, 1, 2, 15},
+        PictureCase{"Dv50IsLowerFirst", picture("dv50", 720, 576, 24, 0x00040003, 2), 0, 8, 16, 1440, true, 2, 1, 15},
         PictureCase{"ProgressiveMpeg2Family", picture("NPG2", 720, 576, 24), 0, 8, 16, 1440, true, 3, 1, 15},
         PictureCase{"RgbWithoutCode", picture("\0\0\0\0", 64, 48, 24), makeFourCC(" RGB"), 8, 24, 192, false, 3, 1, 0},
         PictureCase{"ArgbWithoutCode", picture("\0\0\0\0", 64, 48, 32), makeFourCC("ARGB"), 8, 32, 256, false, 3, 1, 0},
@@ -145,33 +137,27 @@ INSTANTIATE_TEST_SUITE_P(
         // Matrox without its record: the host's stride (6 pixels in 16 bytes, rows of 128).
         PictureCase{"M101TenBitNoExtra", picture("M101", 720, 576, 30), 0, 10, 20, 1920, true, 3, 1, 15},
         PictureCase{"M101EightBitNoExtra", picture("M101", 720, 576, 16), 0, 8, 16, 1536, true, 3, 1, 15},
-        PictureCase{"M101Record",
-                    picture("M101", 720, 576, 30, videoProperties(0x00040003, 1), matroxExtra(10, 2, 4, 2000)), 0, 10,
+        PictureCase{"M101Record", picture("M101", 720, 576, 30, 0x00040003, 1, matroxExtra(10, 2, 4, 2000)), 0, 10,
                     20, 2000, true, 2, 1, 15},
-        PictureCase{"M101RecordZeroStride",
-                    picture("m102", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 3, 5, 0)), 0, 8, 16,
-                    1440, true, 3, 1, 15},
-        PictureCase{"M101BadScanCode",
-                    picture("M101", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 7, 4, 1440)), 0, 8, 16,
-                    1440, true, 3, 1, 15, "AVI/FileInfo line 267"},
-        PictureCase{"M101BadLayoutCode",
-                    picture("M101", 720, 576, 16, videoProperties(0x00040003, 1), matroxExtra(8, 1, 9, 1440)), 0, 8, 16,
-                    1440, true, 1, 1, 15, "AVI/FileInfo line 292"},
+        PictureCase{"M101RecordZeroStride", picture("m102", 720, 576, 16, 0x00040003, 1, matroxExtra(8, 3, 5, 0)), 0,
+                    8, 16, 1440, true, 3, 1, 15},
+        PictureCase{"M101BadScanCode", picture("M101", 720, 576, 16, 0x00040003, 1, matroxExtra(8, 7, 4, 1440)), 0, 8,
+                    16, 1440, true, 3, 1, 15, "AVI/FileInfo line 267"},
+        PictureCase{"M101BadLayoutCode", picture("M101", 720, 576, 16, 0x00040003, 1, matroxExtra(8, 1, 9, 1440)), 0,
+                    8, 16, 1440, true, 1, 1, 15, "AVI/FileInfo line 292"},
         // No vprp: interlaced upper first, 16:9 above SD width.
-        PictureCase{"HdWithoutVprp", picture("dvh1", 1920, 1080, 24, std::nullopt), 0, 8, 16, 3840, true, 1, 2, 28},
-        PictureCase{"FilmAspect", picture("dvh1", 2048, 1080, 24, videoProperties(0x01000087, 1)), 0, 8, 16, 4096,
-                    true, 3, 10, 40},
+        PictureCase{"HdWithoutVprp", picture("dvh1", 1920, 1080, 24, 0), 0, 8, 16, 3840, true, 1, 2, 28},
+        PictureCase{"FilmAspect", picture("dvh1", 2048, 1080, 24, 0x01000087), 0, 8, 16, 4096, true, 3, 10, 40},
         // The format exists, the aspect is not one of its own: logged, still opens.
-        PictureCase{"AspectNotOfFormat", picture("dvsd", 720, 576, 24, videoProperties(0x01000087, 1)), 0, 8, 16, 1440,
-                    true, 3, 10, 15, "AVI/FileInfo line 450"}),
+        PictureCase{"AspectNotOfFormat", picture("dvsd", 720, 576, 24, 0x01000087), 0, 8, 16, 1440, true, 3, 10, 15,
+                    "AVI/FileInfo line 450"}),
     [](const testing::TestParamInfo<PictureCase>& i) { return std::string(i.param.name); });
 
 TEST_F(Metadata, ColourLayoutFollowsHeightThenScan)
 {
     struct Case { VideoSpec picture; std::uint32_t layout; };
-    for (const Case& c : {Case{picture("dvsd", 720, 480, 24, videoProperties(0x00040003, 1)), 3},
-                          Case{picture("dvsd", 720, 576, 24, videoProperties(0x00040003, 1)), 4},
-                          Case{picture("dvsd", 720, 576, 24, videoProperties(0x00040003, 2)), 3}}) {
+    for (const Case& c : {Case{picture("dvsd", 720, 480, 24), 3}, Case{picture("dvsd", 720, 576, 24), 4},
+                          Case{picture("dvsd", 720, 576, 24, 0x00040003, 2), 3}}) {
         Vl::Ptr<avi::FileInfo> f = open(buildFile(c.picture, std::nullopt));
         EXPECT_EQ(f->metadata()->video().colour().layout, c.layout) << c.picture.height;
     }
