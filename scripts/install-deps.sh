@@ -7,6 +7,7 @@ packages=(
     build-essential   # g++ and make
     cmake ninja-build pkg-config
     uuid-dev          # UuidCreate
+    libmd-dev         # MD5 of frames and audio (framemd5)
     libgtest-dev libgmock-dev
     libbenchmark-dev
     ffmpeg            # makes test files and checks ours (ffprobe, framemd5)

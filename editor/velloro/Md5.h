@@ -1,7 +1,8 @@
 #pragma once
-// MD5 (RFC 1321), enough to print ffmpeg-style checksums of packets.
+// MD5 digests as ffmpeg prints them (lower-case hex), from libmd.
+#include <md5.h>
+
 #include <cstddef>
-#include <cstdint>
 #include <string>
 
 namespace velloro {
@@ -13,16 +14,10 @@ public:
     void update(const void* data, std::size_t n);
     // Lower-case hex digest; the object is spent afterwards.
     std::string hexDigest();
-
     static std::string of(const void* data, std::size_t n);
 
 private:
-    void block(const std::uint8_t* p);
-
-    std::uint32_t state_[4];
-    std::uint64_t length_ = 0;
-    std::uint8_t pending_[64];
-    std::size_t pendingSize_ = 0;
+    MD5_CTX context_;
 };
 
 } // namespace velloro
