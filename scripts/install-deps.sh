@@ -8,6 +8,7 @@ packages=(
     cmake ninja-build pkg-config
     uuid-dev          # UuidCreate
     libmd-dev         # MD5 of frames and audio (framemd5)
+    libcli11-dev      # velloro's command line
     libgtest-dev libgmock-dev
     libbenchmark-dev
     ffmpeg            # makes test files and checks ours (ffprobe, framemd5)

@@ -237,26 +237,6 @@ private:
     std::uint32_t frames_ = 0;
 };
 
-bool parseUnsigned(const char* text, std::uint32_t& out)
-{
-    char* end = nullptr;
-    errno = 0;
-    unsigned long v = std::strtoul(text, &end, 10);
-    if (!text[0] || *end || errno || v > 0xFFFFFFFFul || text[0] == '-')
-        return false;
-    out = static_cast<std::uint32_t>(v);
-    return true;
-}
-
-bool parsePair(const char* text, char sep, std::uint32_t& a, std::uint32_t& b)
-{
-    const char* at = std::strchr(text, sep);
-    if (!at)
-        return false;
-    std::string first(text, static_cast<std::size_t>(at - text));
-    return parseUnsigned(first.c_str(), a) && parseUnsigned(at + 1, b);
-}
-
 std::uint32_t scanFor(std::uint32_t height)
 {
     if (height == 1080 || height == 576)
@@ -267,49 +247,6 @@ std::uint32_t scanFor(std::uint32_t height)
 }
 
 } // namespace
-
-bool parseRenderOptions(int argc, char** argv, RenderOptions& o, std::string& error)
-{
-    for (int i = 0; i < argc; ++i) {
-        std::string option = argv[i];
-        if (i + 1 >= argc) {
-            error = "option " + option + " needs a value";
-            return false;
-        }
-        const char* value = argv[++i];
-        bool ok = false;
-        if (option == "--format") {
-            ok = std::strlen(value) == 4;
-            if (ok)
-                o.fcc = std::uint32_t(std::uint8_t(value[0])) | std::uint32_t(std::uint8_t(value[1])) << 8 |
-                        std::uint32_t(std::uint8_t(value[2])) << 16 | std::uint32_t(std::uint8_t(value[3])) << 24;
-        } else if (option == "--size") {
-            ok = parsePair(value, 'x', o.width, o.height);
-        } else if (option == "--rate") {
-            ok = parsePair(value, '/', o.rateNum, o.rateDen) && o.rateNum && o.rateDen;
-        } else if (option == "--seconds") {
-            char* end = nullptr;
-            o.seconds = std::strtod(value, &end);
-            ok = *value && !*end && std::isfinite(o.seconds) && o.seconds > 0 && o.seconds <= 86400;
-        } else if (option == "--audio") {
-            if (std::strcmp(value, "none") == 0) {
-                o.channels = 0;
-                ok = true;
-            } else {
-                ok = parsePair(value, 'x', o.channels, o.sampleRate) && o.channels >= 1 && o.channels <= 16 &&
-                     o.sampleRate >= 8000 && o.sampleRate <= 192000;
-            }
-        } else {
-            error = "unknown option " + option;
-            return false;
-        }
-        if (!ok) {
-            error = "bad value for " + option + ": " + value;
-            return false;
-        }
-    }
-    return true;
-}
 
 bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, const std::wstring& out,
                 const RenderOptions& o, Progress* progress, std::string& error)
@@ -553,14 +490,8 @@ int withPlugin(const char* command, const char* path, auto&& work)
 
 } // namespace
 
-int renderCommand(const char* out, bool overwrite, int argc, char** argv)
+int renderCommand(const char* out, bool overwrite, const RenderOptions& options)
 {
-    RenderOptions options;
-    std::string error;
-    if (!parseRenderOptions(argc, argv, options, error)) {
-        std::fprintf(stderr, "velloro render: %s\n", error.c_str());
-        return 2;
-    }
     if (!mayWrite("render", nullptr, out, overwrite))
         return 1;
     return withPlugin("render", out, [&](Vl::FileReaderResource& r, Vl::FileWriterResource& w, std::string& e) {

@@ -23,8 +23,6 @@ struct RenderOptions
     std::uint32_t sampleRate = 48000;
 };
 
-// Options after OUT; false with a one-line reason.
-bool parseRenderOptions(int argc, char** argv, RenderOptions& options, std::string& error);
 
 // Each writes out completely or leaves no file; false with a one-line reason.
 // The written file is read back through reader to check that it is whole.
@@ -36,7 +34,7 @@ bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
                 const std::wstring& out, Progress* progress, std::string& error);
 
 // Neither writes over IN, nor over an existing OUT unless overwrite.
-int renderCommand(const char* out, bool overwrite, int argc, char** argv);
+int renderCommand(const char* out, bool overwrite, const RenderOptions& options);
 int exportCommand(const char* in, const char* out, bool overwrite);
 
 } // namespace velloro

@@ -1,8 +1,10 @@
 // velloro: the editor stand-in's command line.
+#include <CLI/CLI.hpp>
+
+#include <cmath>
+#include <cstdint>
 #include <cstdio>
-#include <cstring>
 #include <string>
-#include <vector>
 
 #include "DiskCheck.h"
 #include "PluginRead.h"
@@ -11,58 +13,137 @@
 
 namespace {
 
-int usage()
+// "AxB" with two whole numbers that fit 32 bits.
+bool splitPair(const std::string& text, char sep, std::uint32_t& a, std::uint32_t& b)
 {
-    std::fprintf(stderr,
-                 "usage: velloro COMMAND [ARGS]\n"
-                 "  disk-check [DIR]     write and read back a sector-aligned file in DIR (default: .)\n"
-                 "  framemd5 FILE        ffmpeg's framemd5 of FILE's video frames and an MD5 per audio stream\n"
-                 "  probe FILE [--json]  what the editor learns of FILE through the AVI plug-in\n"
-                 "  export IN OUT [-y]   write IN again as OUT through the plug-in's reader and writer\n"
-                 "  render OUT [-y] [--format UYVY|YUY2|M101|M102|v210] [--size WxH] [--rate N/D]\n"
-                 "         [--seconds S] [--audio CHANNELSxRATE|none]\n"
-                 "                       colour bars and a tone written through the plug-in\n"
-                 "                       (default: 2 s of 1920x1080 UYVY at 30000/1001, stereo 48 kHz)\n"
-                 "  repair IN [OUT] [-y] rebuild a file whose writer was killed: every whole video frame\n"
-                 "                       and the audio before the end of the last one are kept; without\n"
-                 "                       OUT, IN is repaired in place (new index after the last frame,\n"
-                 "                       then the sizes). Files without video are refused.\n"
-                 "  -y, --overwrite      replace an existing OUT (never IN, under any name)\n"
-                 "Ctrl-C or SIGTERM stops export and render after the frame being written and\n"
-                 "closes OUT with the frames so far; the status is then 130 (SIGINT) or 143.\n"
-                 "The plug-in is lib/libvelloro_avi.so beside bin/, or $VELLORO_PLUGIN.\n");
-    return 2;
+    const std::size_t at = text.find(sep);
+    if (at == std::string::npos)
+        return false;
+    auto number = [](const std::string& s, std::uint32_t& out) {
+        if (s.empty() || s.size() > 10 || s.find_first_not_of("0123456789") != std::string::npos)
+            return false;
+        const unsigned long long v = std::stoull(s);
+        out = static_cast<std::uint32_t>(v);
+        return v <= 0xFFFFFFFFull;
+    };
+    return number(text.substr(0, at), a) && number(text.substr(at + 1), b);
+}
+
+// The render options, checked as they are parsed: a bad value is a usage error.
+void addRenderOptions(CLI::App& render, velloro::RenderOptions& o)
+{
+    render
+        .add_option_function<std::string>(
+            "--format",
+            [&o](const std::string& v) {
+                if (v.size() != 4)
+                    throw CLI::ValidationError("--format", "a FourCC has four characters: " + v);
+                o.fcc = std::uint32_t(std::uint8_t(v[0])) | std::uint32_t(std::uint8_t(v[1])) << 8 |
+                        std::uint32_t(std::uint8_t(v[2])) << 16 | std::uint32_t(std::uint8_t(v[3])) << 24;
+            },
+            "UYVY, YUY2, M101, M102 or v210 (default UYVY)")
+        ->type_name("FOURCC");
+    render
+        .add_option_function<std::string>(
+            "--size",
+            [&o](const std::string& v) {
+                if (!splitPair(v, 'x', o.width, o.height))
+                    throw CLI::ValidationError("--size", "not WIDTHxHEIGHT: " + v);
+            },
+            "picture size (default 1920x1080)")
+        ->type_name("WxH");
+    render
+        .add_option_function<std::string>(
+            "--rate",
+            [&o](const std::string& v) {
+                if (!splitPair(v, '/', o.rateNum, o.rateDen) || !o.rateNum || !o.rateDen)
+                    throw CLI::ValidationError("--rate", "not a frame rate N/D: " + v);
+            },
+            "frames per second as a fraction (default 30000/1001)")
+        ->type_name("N/D");
+    render.add_option("--seconds", o.seconds, "length (default 2)")
+        ->type_name("S")
+        ->check(CLI::Range(1e-3, 86400.0));
+    render
+        .add_option_function<std::string>(
+            "--audio",
+            [&o](const std::string& v) {
+                if (v == "none") {
+                    o.channels = 0;
+                    return;
+                }
+                if (!splitPair(v, 'x', o.channels, o.sampleRate) || o.channels < 1 || o.channels > 16 ||
+                    o.sampleRate < 8000 || o.sampleRate > 192000)
+                    throw CLI::ValidationError("--audio", "not CHANNELSxRATE (1-16 x 8000-192000) or none: " + v);
+            },
+            "a tone in every channel (default 2x48000)")
+        ->type_name("CHANNELSxRATE|none");
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    if (argc < 2)
-        return usage();
-    std::string command = argv[1];
-    if (command == "disk-check")
-        return velloro::diskCheck(argc > 2 ? argv[2] : ".");
-    if (command == "framemd5" && argc == 3)
-        return velloro::pluginFrameMd5Command(argv[2]);
-    if (command == "probe" && (argc == 3 || (argc == 4 && std::strcmp(argv[3], "--json") == 0)))
-        return velloro::pluginProbeCommand(argv[2], argc == 4);
-    if (command != "export" && command != "render" && command != "repair")
-        return usage();
-    // -y anywhere after the command; the rest keep their order.
-    bool overwrite = false;
-    std::vector<char*> rest;
-    for (int i = 2; i < argc; ++i) {
-        if (std::strcmp(argv[i], "-y") == 0 || std::strcmp(argv[i], "--overwrite") == 0)
-            overwrite = true;
-        else
-            rest.push_back(argv[i]);
+    CLI::App app("The Velloro editor stand-in: drives the AVI plug-in as the editor does.\n"
+                 "The plug-in is lib/libvelloro_avi.so beside bin/, or $VELLORO_PLUGIN.",
+                 "velloro");
+    app.set_version_flag("--version", std::string("velloro ") + VELLORO_VERSION);
+    app.require_subcommand(1);
+    app.footer("Ctrl-C or SIGTERM stops export and render after the frame being written and closes OUT\n"
+               "with the frames so far; the status is then 130 (SIGINT) or 143. A usage error exits with 2,\n"
+               "a failure with 1.");
+
+    std::string dir = ".", file, in, out;
+    bool json = false, overwrite = false;
+    velloro::RenderOptions options;
+
+    CLI::App* diskCheck = app.add_subcommand("disk-check", "write and read back a sector-aligned file in DIR");
+    diskCheck->add_option("DIR", dir, "where (default: .)");
+    CLI::App* framemd5 =
+        app.add_subcommand("framemd5", "ffmpeg's framemd5 of FILE's video frames and an MD5 per audio stream");
+    framemd5->add_option("FILE", file)->required();
+    CLI::App* probe = app.add_subcommand("probe", "what the editor learns of FILE through the AVI plug-in");
+    probe->add_option("FILE", file)->required();
+    probe->add_flag("--json", json, "one JSON object");
+    auto overwriteFlag = [&overwrite](CLI::App* c) {
+        c->add_flag("-y,--overwrite", overwrite, "replace an existing OUT (never IN, under any name)");
+    };
+    CLI::App* exportCmd = app.add_subcommand("export", "write IN again as OUT through the plug-in's reader and writer");
+    exportCmd->add_option("IN", in)->required();
+    exportCmd->add_option("OUT", out)->required();
+    overwriteFlag(exportCmd);
+    CLI::App* render = app.add_subcommand("render", "colour bars and a tone written through the plug-in");
+    render->add_option("OUT", out)->required();
+    overwriteFlag(render);
+    addRenderOptions(*render, options);
+    CLI::App* repair = app.add_subcommand(
+        "repair", "make a file whose writer was killed whole again: in place, or as OUT (files with video only)");
+    repair->add_option("IN", in)->required();
+    repair->add_option("OUT", out);
+    overwriteFlag(repair);
+
+    // A first word that names no command is the error, not the missing command.
+    if (argc > 1 && argv[1][0] != '-' && app.get_subcommands([&](CLI::App* c) { return c->get_name() == argv[1]; }).empty()) {
+        std::fprintf(stderr, "unknown command %s\nRun with --help for more information.\n", argv[1]);
+        return 2;
     }
-    if (command == "repair" && (rest.size() == 1 || rest.size() == 2))
-        return velloro::repairCommand(rest[0], rest.size() == 2 ? rest[1] : nullptr, overwrite);
-    if (command == "export" && rest.size() == 2)
-        return velloro::exportCommand(rest[0], rest[1], overwrite);
-    if (command == "render" && !rest.empty())
-        return velloro::renderCommand(rest[0], overwrite, static_cast<int>(rest.size() - 1), rest.data() + 1);
-    return usage();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        // Help and version go to standard output with status 0; anything
+        // else is a usage error: the reason on standard error, status 2.
+        return app.exit(e) == 0 ? 0 : 2;
+    }
+
+    if (diskCheck->parsed())
+        return velloro::diskCheck(dir);
+    if (framemd5->parsed())
+        return velloro::pluginFrameMd5Command(file.c_str());
+    if (probe->parsed())
+        return velloro::pluginProbeCommand(file.c_str(), json);
+    if (exportCmd->parsed())
+        return velloro::exportCommand(in.c_str(), out.c_str(), overwrite);
+    if (render->parsed())
+        return velloro::renderCommand(out.c_str(), overwrite, options);
+    return velloro::repairCommand(in.c_str(), out.empty() ? nullptr : out.c_str(), overwrite);
 }

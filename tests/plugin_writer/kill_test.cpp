@@ -24,7 +24,7 @@ namespace {
 using testutil::run;
 
 // 290 s at 30000/1001 is 8692 frames: the second RIFF begins at frame 8124.
-const std::string kRender = " --size 64x48 --seconds 290";
+const std::string kSeconds = " 290";
 constexpr std::uint32_t kSecond = 30;                // frames in a second of the take
 constexpr double kSamplesPerFrame = 48000 * 1.001 / 30; // audio samples per frame
 
@@ -110,7 +110,7 @@ TEST(KilledTake, OpensAsItLiesAndRepairsToEveryWholeFrame)
 {
     testutil::TempDir dir;
     const std::string d = dir.path().string(), clean = d + "/clean.avi";
-    const Outcome take = shell("bin/velloro_killed_writer " + quoted(clean) + " none 0" + kRender + " 2>&1");
+    const Outcome take = shell("bin/velloro_killed_writer " + quoted(clean) + " none 0" + kSeconds + " 2>&1");
     ASSERT_EQ(take.status, 0) << take.out;
     const long long calls = std::atoll(take.out.c_str());
     const std::vector<std::string> cleanLines = videoLines(clean);
@@ -141,7 +141,7 @@ TEST(KilledTake, OpensAsItLiesAndRepairsToEveryWholeFrame)
     for (const Point& p : points) {
         SCOPED_TRACE(p.name + " (" + p.kill + ", seed " + std::to_string(seed) + ")");
         const std::string file = d + "/killed.avi";
-        const Outcome killed = shell("bin/velloro_killed_writer " + quoted(file) + " " + p.kill + kRender + " 2>&1");
+        const Outcome killed = shell("bin/velloro_killed_writer " + quoted(file) + " " + p.kill + kSeconds + " 2>&1");
         ASSERT_EQ(killed.status, 128 + SIGKILL) << killed.out;
 
         // As it lies: every whole frame but at most a second's, frame-exact,

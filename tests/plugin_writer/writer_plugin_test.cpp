@@ -242,6 +242,38 @@ TEST_F(WriterPlugin, ExportAndRenderRefuseToWriteOverWhatIsThere)
     EXPECT_EQ(probe(keep, "v", "stream=nb_read_packets")["nb_read_packets"], "6");
 }
 
+// The command line: help and version on standard output with status 0,
+// a usage error named on standard error with status 2 and nothing written,
+// options in any order.
+TEST_F(WriterPlugin, CommandLineHelpVersionAndUsageErrors)
+{
+    const std::string d = dir_.path().string(), clip = d + "/clip.avi";
+    ASSERT_EQ(std::system(("bin/velloro render --seconds 0.2 '" + clip + "' --size 64x48 -y >/dev/null").c_str()), 0);
+    struct Case { std::string args; int status; std::string out, err; } cases[] = {
+        {"--version", 0, "velloro ", ""},
+        {"render --help", 0, "--size WxH", ""},
+        {"probe --help", 0, "--json", ""},
+        {"probe --json '" + clip + "'", 0, "\"width\": 64", ""},
+        {"", 2, "", "A subcommand is required"},
+        {"bogus", 2, "", "unknown command bogus"},
+        {"export '" + clip + "'", 2, "", "OUT is required"},
+        {"render '" + d + "/new.avi' --size 12", 2, "", "--size: not WIDTHxHEIGHT: 12"},
+        {"render '" + d + "/new.avi' --seconds 0", 2, "", "--seconds"},
+        {"render '" + d + "/new.avi' --frobnicate", 2, "", "--frobnicate"},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.args);
+        const int rc = std::system(("cd '" + d + "' && " + std::filesystem::current_path().string() + "/bin/velloro " +
+                                    c.args + " >out 2>err").c_str());
+        EXPECT_EQ(WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, c.status);
+        EXPECT_NE(slurp(d + "/out").find(c.out), std::string::npos) << slurp(d + "/out");
+        EXPECT_NE(slurp(d + "/err").find(c.err), std::string::npos) << slurp(d + "/err");
+    }
+    // Help is not a file name, and a refused render leaves nothing.
+    EXPECT_FALSE(exists(d + "/--help"));
+    EXPECT_FALSE(exists(d + "/new.avi"));
+}
+
 // Ctrl-C or SIGTERM part-way: the file ends with the frames written, whole
 // to the plug-in and to ffprobe, and the status is the shell's for the signal.
 TEST_F(WriterPlugin, AnInterruptedTakeKeepsTheFramesWritten)
