@@ -30,6 +30,9 @@ struct Expected
     std::uint64_t avgTimePerFrame;
 };
 
+// Shown by the test runner as the case's name, not its bytes.
+inline void PrintTo(const Expected& c, std::ostream* os) { *os << c.file; }
+
 class Headers : public testing::TestWithParam<Expected>
 {};
 

@@ -156,6 +156,9 @@ struct GopLayout
     bool dataPositions = false;
 };
 
+// Shown by the test runner as the case's name, not its bytes.
+inline void PrintTo(const GopLayout& c, std::ostream* os) { *os << c.name; }
+
 class GopLayouts : public testing::TestWithParam<GopLayout>
 {};
 
@@ -218,6 +221,9 @@ struct IndexFault
     std::uint8_t ixType;
     const char* text;
 };
+
+// Shown by the test runner as the case's name, not its bytes.
+inline void PrintTo(const IndexFault& c, std::ostream* os) { *os << c.name; }
 
 class StandardIndexFaults : public testing::TestWithParam<IndexFault>
 {};

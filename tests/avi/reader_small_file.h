@@ -197,6 +197,9 @@ struct Case
     std::string expected;
 };
 
+// Shown by the test runner as the case's name, not its bytes.
+inline void PrintTo(const Case& c, std::ostream* os) { *os << c.name; }
+
 inline std::function<Bytes()> knob(std::function<void(Knobs&)> change)
 {
     return [=] {

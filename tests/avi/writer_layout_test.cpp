@@ -35,6 +35,9 @@ struct FileCase
     std::uint32_t suggested;    // the video's suggested buffer
 };
 
+// Shown by the test runner as the case's name, not its bytes.
+inline void PrintTo(const FileCase& c, std::ostream* os) { *os << c.name; }
+
 const TrackStructuralData kUyvy = videoTrack("UYVY", 720, 576, 25, 1), kQvga = videoTrack("UYVY", 320, 240, 25, 1);
 
 class WriterFile : public testing::TestWithParam<FileCase>

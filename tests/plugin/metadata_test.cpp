@@ -77,6 +77,9 @@ struct PictureCase
     const char* assertion = ""; // printed location
 };
 
+// Shown by the test runner as the case's name, not its bytes.
+inline void PrintTo(const PictureCase& c, std::ostream* os) { *os << c.name; }
+
 // aspect 0: no vprp.
 VideoSpec picture(const char (&code)[5], std::int32_t w, std::int32_t h, std::uint16_t bits,
                   std::uint32_t aspect = 0x00040003, std::uint32_t fields = 1, Bytes extra = {})
