@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "AviFrameMd5.h"
+#include "avi/ContainerFrameMd5.h"
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"
 #include "common/FfmpegFiles.h"
 #include "common/TempDir.h"
@@ -28,7 +28,7 @@ TEST(ReaderLarge, OpenDmlFileOverOneGiBMatchesFfmpeg)
     r.close();
 
     std::string ours, error;
-    ASSERT_TRUE(velloro::aviFrameMd5(Morvane::convertString(path), ours, error)) << error;
+    ASSERT_TRUE(avitest::aviFrameMd5(Morvane::convertString(path), ours, error)) << error;
     std::vector<std::string> expected = testutil::comparable(testutil::slurp(path + ".framemd5"), false);
     ASSERT_EQ(expected.size(), 641u);
     EXPECT_EQ(testutil::comparable(ours, false), expected);

@@ -1,4 +1,4 @@
-#include "AviFrameMd5.h"
+#include "avi/ContainerFrameMd5.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -10,9 +10,11 @@
 #include "Md5.h"
 #include "util/stringUtils.h"
 
-namespace velloro {
+namespace avitest {
 
 namespace {
+
+using velloro::Md5;
 
 using Morvane::Avi::FileReader;
 using Morvane::Avi::IndexEntry;
@@ -189,17 +191,4 @@ bool aviFrameMd5(const std::wstring& path, std::string& out, std::string& error)
     return true;
 }
 
-int frameMd5Command(const char* path)
-{
-    std::string out;
-    std::string error;
-    bool ok = aviFrameMd5(Morvane::convertString(path), out, error);
-    std::fputs(out.c_str(), stdout);
-    if (!ok) {
-        std::fprintf(stderr, "velloro framemd5: %s: %s\n", path, error.c_str());
-        return 1;
-    }
-    return 0;
-}
-
-} // namespace velloro
+} // namespace avitest

@@ -1,14 +1,12 @@
 #pragma once
 // ffmpeg's framemd5 lines for an AVI file, read through the container
-// reader: every video frame ("stream, dts, pts, duration, size, hash"),
+// reader alone (the plug-in's own is velloro framemd5): every video frame ("stream, dts, pts, duration, size, hash"),
 // then one "audio N MD5=<hex>" line per audio stream.
 #include <string>
 
-namespace velloro {
+namespace avitest {
 
 // False with a message in error when the file cannot be read through.
 bool aviFrameMd5(const std::wstring& path, std::string& out, std::string& error);
 
-int frameMd5Command(const char* path);
-
-} // namespace velloro
+} // namespace avitest
