@@ -488,20 +488,30 @@ int withPlugin(const char* command, const char* path, auto&& work)
     return 0;
 }
 
+std::uint64_t fileSize(const char* path)
+{
+    struct stat st;
+    return ::stat(path, &st) == 0 ? static_cast<std::uint64_t>(st.st_size) : 0;
+}
+
 } // namespace
 
-int renderCommand(const char* out, bool overwrite, const RenderOptions& options)
+int renderCommand(const char* out, bool overwrite, const RenderOptions& options, bool quiet)
 {
     if (!mayWrite("render", nullptr, out, overwrite))
         return 1;
     return withPlugin("render", out, [&](Vl::FileReaderResource& r, Vl::FileWriterResource& w, std::string& e) {
         double fps = double(options.rateNum) / options.rateDen;
-        Progress progress(std::max<std::uint64_t>(1, std::llround(options.seconds * fps)), Progress::forTerminal());
-        return renderFile(r, w, Morvane::convertString(out), options, &progress, e);
+        Progress progress(std::max<std::uint64_t>(1, std::llround(options.seconds * fps)), fps,
+                          Progress::forStderr(quiet));
+        if (!renderFile(r, w, Morvane::convertString(out), options, &progress, e))
+            return false;
+        progress.summary("render", out, fileSize(out));
+        return true;
     });
 }
 
-int exportCommand(const char* in, const char* out, bool overwrite)
+int exportCommand(const char* in, const char* out, bool overwrite, bool quiet)
 {
     if (!mayWrite("export", in, out, overwrite))
         return 1;
@@ -509,11 +519,17 @@ int exportCommand(const char* in, const char* out, bool overwrite)
         Vl::Ptr<FileReadInstance> probe;
         std::string ignored;
         std::uint64_t frames = 0;
-        if ((probe = openThrough(r, Morvane::convertString(in), ignored)))
+        double fps = 0.0;
+        if ((probe = openThrough(r, Morvane::convertString(in), ignored))) {
             frames = probe->metadata()->video().lengthInFrames();
+            fps = Vl::getFramesPerSecond(probe->metadata()->video().frameRate());
+        }
         probe = nullptr;
-        Progress shown(frames, Progress::forTerminal());
-        return exportFile(r, w, Morvane::convertString(in), Morvane::convertString(out), &shown, e);
+        Progress shown(frames, fps, Progress::forStderr(quiet));
+        if (!exportFile(r, w, Morvane::convertString(in), Morvane::convertString(out), &shown, e))
+            return false;
+        shown.summary("export", out, fileSize(out));
+        return true;
     });
 }
 

@@ -34,7 +34,8 @@ bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
                 const std::wstring& out, Progress* progress, std::string& error);
 
 // Neither writes over IN, nor over an existing OUT unless overwrite.
-int renderCommand(const char* out, bool overwrite, const RenderOptions& options);
-int exportCommand(const char* in, const char* out, bool overwrite);
+// Quiet: no progress and no summary line.
+int renderCommand(const char* out, bool overwrite, const RenderOptions& options, bool quiet = false);
+int exportCommand(const char* in, const char* out, bool overwrite, bool quiet = false);
 
 } // namespace velloro

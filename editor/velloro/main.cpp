@@ -94,7 +94,7 @@ int main(int argc, char** argv)
                "a failure with 1.");
 
     std::string dir = ".", file, in, out;
-    bool json = false, overwrite = false;
+    bool json = false, overwrite = false, quiet = false;
     velloro::RenderOptions options;
 
     CLI::App* diskCheck = app.add_subcommand("disk-check", "write and read back a sector-aligned file in DIR");
@@ -108,13 +108,18 @@ int main(int argc, char** argv)
     auto overwriteFlag = [&overwrite](CLI::App* c) {
         c->add_flag("-y,--overwrite", overwrite, "replace an existing OUT (never IN, under any name)");
     };
+    auto quietFlag = [&quiet](CLI::App* c) {
+        c->add_flag("-q,--quiet", quiet, "no progress bar and no summary line");
+    };
     CLI::App* exportCmd = app.add_subcommand("export", "write IN again as OUT through the plug-in's reader and writer");
     exportCmd->add_option("IN", in)->required();
     exportCmd->add_option("OUT", out)->required();
     overwriteFlag(exportCmd);
+    quietFlag(exportCmd);
     CLI::App* render = app.add_subcommand("render", "colour bars and a tone written through the plug-in");
     render->add_option("OUT", out)->required();
     overwriteFlag(render);
+    quietFlag(render);
     addRenderOptions(*render, options);
     CLI::App* repair = app.add_subcommand(
         "repair", "make a file whose writer was killed whole again: in place, or as OUT (files with video only)");
@@ -142,8 +147,8 @@ int main(int argc, char** argv)
     if (probe->parsed())
         return velloro::pluginProbeCommand(file.c_str(), json);
     if (exportCmd->parsed())
-        return velloro::exportCommand(in.c_str(), out.c_str(), overwrite);
+        return velloro::exportCommand(in.c_str(), out.c_str(), overwrite, quiet);
     if (render->parsed())
-        return velloro::renderCommand(out.c_str(), overwrite, options);
+        return velloro::renderCommand(out.c_str(), overwrite, options, quiet);
     return velloro::repairCommand(in.c_str(), out.empty() ? nullptr : out.c_str(), overwrite);
 }

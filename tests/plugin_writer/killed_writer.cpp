@@ -31,7 +31,7 @@ int main(int argc, char** argv)
     options.width = 64;
     options.height = 48;
     options.seconds = std::atof(argv[4]);
-    const int rc = velloro::renderCommand(argv[1], true, options);
+    const int rc = velloro::renderCommand(argv[1], true, options, true);
     std::printf("%llu\n", static_cast<unsigned long long>(vlhost::fileWriteCalls() - before));
     return rc;
 }

@@ -244,7 +244,7 @@ TEST_F(WriterPlugin, ExportAndRenderRefuseToWriteOverWhatIsThere)
 
 // The command line: help and version on standard output with status 0,
 // a usage error named on standard error with status 2 and nothing written,
-// options in any order.
+// options in any order, a summary line after a take unless told to be quiet.
 TEST_F(WriterPlugin, CommandLineHelpVersionAndUsageErrors)
 {
     const std::string d = dir_.path().string(), clip = d + "/clip.avi";
@@ -260,6 +260,8 @@ TEST_F(WriterPlugin, CommandLineHelpVersionAndUsageErrors)
         {"render '" + d + "/new.avi' --size 12", 2, "", "--size: not WIDTHxHEIGHT: 12"},
         {"render '" + d + "/new.avi' --seconds 0", 2, "", "--seconds"},
         {"render '" + d + "/new.avi' --frobnicate", 2, "", "--frobnicate"},
+        {"render '" + d + "/a.avi' --size 64x48 --seconds 0.2", 0, "velloro render: wrote " + d + "/a.avi: 6 frames (0.2 s), ", ""},
+        {"render -q '" + d + "/b.avi' --size 64x48 --seconds 0.2", 0, "", ""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.args);
@@ -269,7 +271,8 @@ TEST_F(WriterPlugin, CommandLineHelpVersionAndUsageErrors)
         EXPECT_NE(slurp(d + "/out").find(c.out), std::string::npos) << slurp(d + "/out");
         EXPECT_NE(slurp(d + "/err").find(c.err), std::string::npos) << slurp(d + "/err");
     }
-    // Help is not a file name, and a refused render leaves nothing.
+    // Quiet says nothing; help is not a file name; a refused render leaves nothing.
+    EXPECT_EQ(slurp(d + "/out"), "");
     EXPECT_FALSE(exists(d + "/--help"));
     EXPECT_FALSE(exists(d + "/new.avi"));
 }
