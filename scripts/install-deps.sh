@@ -9,6 +9,7 @@ packages=(
     uuid-dev          # UuidCreate
     libmd-dev         # MD5 of frames and audio (framemd5)
     libcli11-dev      # velloro's command line
+    libpng-dev        # velloro thumbnails
     libgtest-dev libgmock-dev
     libbenchmark-dev
     ffmpeg            # makes test files and checks ours (ffprobe, framemd5)

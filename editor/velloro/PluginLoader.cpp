@@ -113,4 +113,14 @@ Vl::FileWriterResource* PluginLoader::findWriter(const char* name) const
     return nullptr;
 }
 
+std::string fourccText(std::uint32_t v)
+{
+    std::string s;
+    for (int i = 0; i < 4; ++i) {
+        char c = static_cast<char>((v >> (8 * i)) & 0xFF);
+        s += (c >= 0x20 && c < 0x7F && c != '"' && c != '\\') ? c : '.';
+    }
+    return s;
+}
+
 } // namespace velloro

@@ -40,6 +40,10 @@ private:
     VlPluginBase* plugin_ = nullptr;
 };
 
+// A FourCC as text; a byte that is not printable (or would need escaping
+// in JSON) shows as '.'.
+std::string fourccText(std::uint32_t v);
+
 // The one line a failed command prints: "velloro COMMAND: PATH: REASON".
 void commandError(const char* command, const char* path, const std::string& reason);
 

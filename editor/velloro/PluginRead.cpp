@@ -24,15 +24,6 @@ using Morvane::makeFourCC;
 // per file, so a few keep the disk busy, and each holds a whole frame.
 constexpr unsigned kVideoWindow = 8;
 
-std::string fourccText(std::uint32_t v)
-{
-    std::string s;
-    for (int i = 0; i < 4; ++i) {
-        char c = static_cast<char>((v >> (8 * i)) & 0xFF);
-        s += (c >= 0x20 && c < 0x7F && c != '"' && c != '\\') ? c : '.';
-    }
-    return s;
-}
 
 const char* codecName(std::uint32_t fcc)
 {

@@ -33,16 +33,6 @@ using Morvane::makeFourCC;
 
 constexpr unsigned kVideoWindow = 8;
 
-std::string fourccText(std::uint32_t v)
-{
-    std::string s;
-    for (int i = 0; i < 4; ++i) {
-        char c = static_cast<char>((v >> (8 * i)) & 0xFF);
-        s += (c >= 0x20 && c < 0x7F) ? c : '.';
-    }
-    return s;
-}
-
 bool exists(const std::wstring& path)
 {
     struct stat st;

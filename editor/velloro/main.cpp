@@ -10,6 +10,7 @@
 #include "PluginRead.h"
 #include "PluginWrite.h"
 #include "Repair.h"
+#include "Thumbnails.h"
 
 namespace {
 
@@ -121,6 +122,13 @@ int main(int argc, char** argv)
     overwriteFlag(render);
     quietFlag(render);
     addRenderOptions(*render, options);
+    std::uint32_t count = 12;
+    CLI::App* thumbnails =
+        app.add_subcommand("thumbnails", "a contact sheet of frames spread over FILE, with their timecodes, as a PNG");
+    thumbnails->add_option("FILE", file)->required();
+    thumbnails->add_option("PNG", out)->required();
+    thumbnails->add_option("--count", count, "frames on the sheet, first and last included (default 12)")
+        ->check(CLI::Range(1, 64));
     CLI::App* repair = app.add_subcommand(
         "repair", "make a file whose writer was killed whole again: in place, or as OUT (files with video only)");
     repair->add_option("IN", in)->required();
@@ -150,5 +158,7 @@ int main(int argc, char** argv)
         return velloro::exportCommand(in.c_str(), out.c_str(), overwrite, quiet);
     if (render->parsed())
         return velloro::renderCommand(out.c_str(), overwrite, options, quiet);
+    if (thumbnails->parsed())
+        return velloro::thumbnailsCommand(file.c_str(), out.c_str(), count);
     return velloro::repairCommand(in.c_str(), out.empty() ? nullptr : out.c_str(), overwrite);
 }

@@ -277,6 +277,36 @@ TEST_F(WriterPlugin, CommandLineHelpVersionAndUsageErrors)
     EXPECT_FALSE(exists(d + "/new.avi"));
 }
 
+// Contact sheets of every uncompressed format we render: four thumbnails
+// 192 pixels wide in a row, each showing the bars (grey, then yellow) where
+// the picture has them; a picture it cannot decode is refused by name.
+TEST_F(WriterPlugin, ThumbnailsShowTheFramesOfEveryUncompressedFormat)
+{
+    const std::string d = dir_.path().string();
+    for (const char* format : {"UYVY", "YUY2", "M101", "v210"}) {
+        SCOPED_TRACE(format);
+        const std::string clip = d + "/" + format + ".avi", png = d + "/" + format + ".png";
+        ASSERT_EQ(std::system(("bin/velloro render -q '" + clip + "' --format " + format + " --size 128x96 --seconds 0.5")
+                                  .c_str()),
+                  0);
+        ASSERT_EQ(std::system(("bin/velloro thumbnails '" + clip + "' '" + png + "' --count 4 >/dev/null").c_str()), 0);
+        EXPECT_EQ(run("ffprobe -v error -show_entries stream=width,height -of csv=p=0 '" + png + "'"), "808,182\n");
+        const std::string rgb = run("ffmpeg -v error -i '" + png + "' -f rawvideo -pix_fmt rgb24 -");
+        ASSERT_EQ(rgb.size(), 808u * 182 * 3);
+        auto at = [&](int x, int y, int c) { return static_cast<unsigned char>(rgb[(std::size_t(y) * 808 + x) * 3 + c]); };
+        for (int k = 0; k < 4; ++k) {
+            const int left = 8 + k * 200;
+            EXPECT_NEAR(at(left + 4, 20, 0), 191, 12) << "grey bar of thumbnail " << k;
+            EXPECT_NEAR(at(left + 4, 20, 2), 191, 12) << "grey bar of thumbnail " << k;
+            EXPECT_GT(at(left + 36, 20, 1), 160) << "yellow bar of thumbnail " << k;
+            EXPECT_LT(at(left + 36, 20, 2), 40) << "yellow bar of thumbnail " << k;
+        }
+    }
+    EXPECT_EQ(std::system(("bin/velloro thumbnails '" + dataPath("dv_pal.avi") + "' '" + d + "/dv.png' 2>'" + d + "/err'").c_str()),
+              1 << 8);
+    EXPECT_EQ(slurp(d + "/err"), "velloro thumbnails: " + dataPath("dv_pal.avi") + ": no decoder here for dvsd pictures\n");
+}
+
 // Ctrl-C or SIGTERM part-way: the file ends with the frames written, whole
 // to the plug-in and to ffprobe, and the status is the shell's for the signal.
 TEST_F(WriterPlugin, AnInterruptedTakeKeepsTheFramesWritten)
