@@ -16,7 +16,9 @@ try() {
     local probe
     probe=$("$bin" probe "$work/clip.avi")
     grep -q '^video: 64x48 fourcc=UYVY$' <<<"$probe" || { echo "$bin probe: $probe" >&2; exit 1; }
-    "$bin" --version | grep -q '^velloro '
+    local version
+    version=$("$bin" --version)
+    [[ $version == "velloro "* ]] || { echo "$bin --version: $version" >&2; exit 1; }
 }
 
 cmake --install "$build" --prefix "$work/prefix" >/dev/null
@@ -24,7 +26,8 @@ try "$work/prefix/bin/velloro"
 
 (cd "$build" && cpack -B "$work/package" >/dev/null)
 deb=$(ls "$work"/package/velloro_*_*.deb)
-dpkg-deb -I "$deb" | grep -q 'Depends: .*libmd0' || { echo "$deb: no dependency on libmd0" >&2; exit 1; }
+info=$(dpkg-deb -I "$deb")
+grep -q 'Depends: .*libmd0' <<<"$info" || { echo "$deb: no dependency on libmd0: $info" >&2; exit 1; }
 dpkg-deb -x "$deb" "$work/root"
 try "$work/root/usr/bin/velloro"
 echo "installed and packaged: $(basename "$deb")"
