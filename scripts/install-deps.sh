@@ -10,6 +10,7 @@ packages=(
     libmd-dev         # MD5 of frames and audio (framemd5)
     libcli11-dev      # velloro's command line
     libpng-dev        # velloro thumbnails
+    dpkg-dev file     # cpack's Debian package: the dependency list from what it links
     libgtest-dev libgmock-dev
     libbenchmark-dev
     ffmpeg            # makes test files and checks ours (ffprobe, framemd5)
