@@ -86,7 +86,7 @@ Bytes buildFile(const std::uint8_t* data, std::size_t size)
     if (!(flags & kOpenDml)) {
         std::size_t idx1 = b.chunk("idx1", Bytes(rest, rest + restSize));
         if (flags & kOwnIdx1Size)
-            b.patch32(idx1 + 4, count);
+            put32(b.bytes(), idx1 + 4, count);
     }
     b.end(riff);
     // Super index entries point into movi unless the input asks for its own offsets.
@@ -97,7 +97,7 @@ Bytes buildFile(const std::uint8_t* data, std::size_t size)
         for (std::size_t e = 0; e + 16 <= split; e += 16) {
             std::uint64_t q;
             std::memcpy(&q, &b.bytes()[at + e], 8);
-            b.patch64(at + e, moviData + q % moviLength);
+            put64(b.bytes(), at + e, moviData + q % moviLength);
         }
     }
     return b.bytes();
