@@ -118,12 +118,13 @@ std::uint32_t checkFile(const std::wstring& path, std::uint32_t completed)
 }
 
 // A disk that fills up from write call k on, or write call k failing with
-// an errno after storing some of its bytes; the frame tried once more or not.
+// an errno after storing some of its bytes (more than a sector: stray bytes past
+// the RIFF that do not end on a sector); the frame tried once more or not.
 struct Mode { const char* name; bool diskFull; std::int64_t stores; int error; bool retry; };
 const Mode kModes[] = {{"disk full", true, 0, ENOSPC, false},
                        {"failing drive, retried", false, 0, EIO, true},
-                       {"short write", false, 256, EIO, false},
-                       {"short write, retried", false, 256, EIO, true}};
+                       {"short write", false, 5000, EIO, false},
+                       {"short write, retried", false, 5000, EIO, true}};
 
 // What ffprobe makes of the file: its complaints, then the audio packets,
 // one per frame (the video payload is no real MPEG-2 for it to parse).

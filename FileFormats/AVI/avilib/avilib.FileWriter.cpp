@@ -398,6 +398,9 @@ void FileWriter::CoverStrayBytes()
     if (!sector.alloc(S))
         return;
     sector.flush(0);
+    // The JUNK's last sector is written too, so that the file holds all of it.
+    if (n > S && FAILED(WriteAtOffset(end + n - S, sector.getBuffer(0), S)))
+        return;
     bytes::put32(sector.getBuffer(0), ckid::JUNK);
     bytes::put32(sector.getBuffer(4), static_cast<std::uint32_t>(n - 8));
     if (SUCCEEDED(WriteAtOffset(end, sector.getBuffer(0), S)))
