@@ -5,8 +5,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
+#include <string>
 
+#include "AVI/DvFrameInfo.h"
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"
+#include "FileFormats/AVI/avilib/avilib.Records.h"
 #include "OS/VlErrFromHresult.h"
 #include "host/CompressionFormat.h"
 #include "host/CurrentProject.h"
@@ -17,6 +21,7 @@
 #include "host/iFileSystem.h"
 #include "host/iOS.h"
 #include "util/fourcc.h"
+#include "util/pellistimecode.h"
 #include "util/stringUtils.h"
 
 namespace avi {
@@ -26,6 +31,49 @@ namespace {
 using Morvane::makeFourCC;
 
 constexpr int kErrSuccess = 1;
+constexpr std::uint32_t kWaveFormatExtensible = 0xFFFE;
+
+bool isDvFormat(std::uint32_t fcc)
+{
+    static const std::uint32_t kCodes[] = {
+        makeFourCC("dvsd"), makeFourCC("dvc "), makeFourCC("dv25"), makeFourCC("dv50"), makeFourCC("dv5n"),
+        makeFourCC("dv5p"), makeFourCC("dvcp"), makeFourCC("dvcn"), makeFourCC("dvpp"), makeFourCC("dvpn"),
+        makeFourCC("dvh1"), makeFourCC("dvh2"), makeFourCC("dvh3"), makeFourCC("dvh4"), makeFourCC("dvh5"),
+        makeFourCC("dvh6"), makeFourCC("dvhp"), makeFourCC("dvhq"), makeFourCC("DVSD"), makeFourCC("CDVC"),
+        makeFourCC("CDVH"),
+    };
+    return std::find(std::begin(kCodes), std::end(kCodes), fcc) != std::end(kCodes);
+}
+
+// "HH:MM:SS:FF", with ';' or '.' (or ',') before the frames for drop frame,
+// as writers put it in ISMP; spaces around it are allowed.
+bool parseLabel(const std::string& text, unsigned& h, unsigned& m, unsigned& s, unsigned& f, bool& drop)
+{
+    std::size_t at = text.find_first_not_of(' ');
+    if (at == std::string::npos || text.size() - at < 11)
+        return false;
+    const char* p = text.c_str() + at;
+    unsigned values[4];
+    for (int i = 0; i < 4; ++i) {
+        const char a = p[3 * i], b = p[3 * i + 1];
+        if (a < '0' || a > '9' || b < '0' || b > '9')
+            return false;
+        values[i] = unsigned(a - '0') * 10 + unsigned(b - '0');
+        if (i < 3) {
+            const char sep = p[3 * i + 2];
+            if (i < 2 ? sep != ':' : (sep != ':' && sep != ';' && sep != '.' && sep != ','))
+                return false;
+        }
+    }
+    if (text.find_first_not_of(' ', at + 11) != std::string::npos)
+        return false;
+    h = values[0];
+    m = values[1];
+    s = values[2];
+    f = values[3];
+    drop = p[8] != ':';
+    return h < 24 && m < 60 && s < 60;
+}
 
 bool isCompressedFormat(std::uint32_t fcc)
 {
@@ -143,13 +191,77 @@ std::uint32_t FileInfo::readScanMode()
         return v.scanMode();
     const ImageDescription& image = v.image();
     std::uint32_t scan = Vl::eProgressive;
-    if (reader_->get_VideoProperties()->nbFieldPerFrame != 1) {
+    const DvFrameInfo& dv = firstDvFrame();
+    const Morvane::Avi::AVIVIDEOPROPERTIES& props = *reader_->get_VideoProperties();
+    const Morvane::Avi::VideoFieldLayout& fields = reader_->get_VideoFieldLayout();
+    if (dv.hasScan) {
+        // A DV frame records its own scan; the headers around it were
+        // written by whatever wrapped it.
+        scan = dv.scanMode;
+    } else if (props.fcc == Morvane::Avi::ckid::vprp && props.nbFieldPerFrame == 2 && fields.descriptions == 2 &&
+               fields.startLine[0] != fields.startLine[1]) {
+        // The first field in time is described first: the upper one starts higher.
+        scan = fields.startLine[0] < fields.startLine[1] ? Vl::eUpperFieldFirst : Vl::eLowerFieldFirst;
+    } else if (props.fcc == Morvane::Avi::ckid::vprp && props.nbFieldPerFrame == 1 && fields.descriptions == 2 &&
+               fields.startLine[0] != fields.startLine[1]) {
+        // One field per frame, described as two segments: PsF.
+        scan = Vl::eProgressiveSegmented;
+    } else if (props.nbFieldPerFrame != 1) {
         bool lowerFirst = (image.width == 720 && (image.height == 480 || image.height == 486)) ||
                           image.dataFormat == makeFourCC("dv25") || image.dataFormat == makeFourCC("dv50");
         scan = lowerFirst ? Vl::eLowerFieldFirst : Vl::eUpperFieldFirst;
     }
     v.setScanMode(scan);
     return scan;
+}
+
+const DvFrameInfo& FileInfo::firstDvFrame()
+{
+    if (dvFrameRead_)
+        return dvFrame_;
+    dvFrameRead_ = true;
+    const ShotVideoMetadata& v = metadata()->video();
+    if (!isDvFormat(v.image().dataFormat) || v.lengthInFrames() == 0)
+        return dvFrame_;
+    Vl::Ptr<iMemHolder> memory;
+    Vl::Ptr<IndexInfo> single;
+    if (readVideo(memory, 0, single) && memory)
+        dvFrame_ = readDvFrameInfo(memory->data() + memory->dataOffset(), memory->used(), v.image().height);
+    return dvFrame_;
+}
+
+bool FileInfo::readFileTimecode()
+{
+    const double rate = videoRate_ > 0.0 ? videoRate_ : baseRate_;
+    if (rate <= 0.0)
+        return false;
+    unsigned h = 0, m = 0, s = 0, f = 0;
+    bool drop = false;
+    const std::string& text = reader_->get_InfoTimecode();
+    if (!parseLabel(text, h, m, s, f, drop)) {
+        const DvFrameInfo& dv = firstDvFrame();
+        if (!dv.hasTimecode)
+            return false;
+        h = dv.hours;
+        m = dv.minutes;
+        s = dv.seconds;
+        f = dv.frames;
+        drop = dv.dropFrame;
+    }
+    // Drop frame exists only at the 1000/1001 rates of 30 and 60.
+    const double nominal = std::round(rate * 1.001);
+    drop = drop && (nominal == 30.0 || nominal == 60.0) && std::fabs(rate * 1.001 - nominal) < 1e-3;
+    const double labelRate = std::round(rate) > 0.0 ? std::round(rate) : 1.0;
+    if (f >= labelRate)
+        return false;
+    Morvane::CTimeCodeEx tc(rate);
+    tc.setDropFrame(drop);
+    const std::uint64_t frames = tc.toFrameCount(h, m, s, f, 1);
+    if (frames > 0xFFFFFFFFu)
+        return false;
+    startTimecode_ = static_cast<std::uint32_t>(frames);
+    dropFrame_ = drop;
+    return true;
 }
 
 void FileInfo::readPictureFormat(std::uint32_t bpp)
@@ -318,6 +430,20 @@ void FileInfo::readVideoMetadata()
     colour.transfer = 1;
 }
 
+std::uint32_t FileInfo::extensibleSubFormat(int stream) const
+{
+    // The extension: valid bits (16), channel mask (32), then the sub-format
+    // GUID, whose first two bytes are the plain format tag.
+    unsigned char extension[22];
+    if (reader_->streamGetExtraData(stream, extension, sizeof extension) < static_cast<int>(sizeof extension))
+        return 0;
+    static const unsigned char kTail[14] = {0x00, 0x00, 0x00, 0x00, 0x10, 0x00, 0x80,
+                                            0x00, 0x00, 0xAA, 0x00, 0x38, 0x9B, 0x71};
+    if (std::memcmp(extension + 8, kTail, sizeof kTail) != 0)
+        return 0;
+    return std::uint32_t(extension[6]) | std::uint32_t(extension[7]) << 8;
+}
+
 void FileInfo::readAudioMetadata()
 {
     PlayFileMetadata& md = *metadata();
@@ -342,7 +468,10 @@ void FileInfo::readAudioMetadata()
     a.setEndianType(Aud::eLittleEndian);
 
     std::uint32_t dataType = Aud::eDataNone;
-    switch (reader_->get_FCC(as)) {
+    std::uint32_t tag = reader_->get_FCC(as);
+    if (tag == kWaveFormatExtensible)
+        tag = extensibleSubFormat(as);
+    switch (tag) {
     case 1: dataType = Aud::eDataPcm; break;
     case 2: dataType = Aud::eDataAdpcm; break;
     case 3: dataType = Aud::eDataFloat; break;
@@ -364,7 +493,14 @@ void FileInfo::readAudioMetadata()
 
 void FileInfo::readExtendedMetadata()
 {
-    if (startTimecode_ == 0 || baseRate_ == 0.0)
+    // Without a timecode stream, the file's own label of its first frame:
+    // ISMP, or what a DV frame recorded. Either counts even at 00:00:00:00.
+    bool given = false;
+    if (timecodeStreamCount_ == 0 && metadata()->video().videoTrackCount() != 0 && readFileTimecode()) {
+        given = true;
+        baseRate_ = videoRate_ > 0.0 ? videoRate_ : baseRate_;
+    }
+    if ((startTimecode_ == 0 && !given) || baseRate_ == 0.0)
         return;
     PlayFileMetadata& md = *metadata();
     std::uint32_t scan = md.video().scanMode();

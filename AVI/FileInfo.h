@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "AVI/DvFrameInfo.h"
 #include "host/AudioReadRequest.h"
 #include "host/CriticalSection.h"
 #include "host/FileReadInstance.h"
@@ -60,6 +61,12 @@ private:
     void readPictureFormat(std::uint32_t bpp);
     void readVideoMetadata();
     void readAudioMetadata();
+    // The plain format tag that a WAVE_FORMAT_EXTENSIBLE stream carries, or 0.
+    std::uint32_t extensibleSubFormat(int stream) const;
+    // The first frame's scan and timecode, for DV; read once.
+    const DvFrameInfo& firstDvFrame();
+    // The start timecode the file labels its first frame with; false if none.
+    bool readFileTimecode();
 
     std::uint32_t videoBufferSize_ = 0;
     std::uint32_t audioBufferSize_ = 0;
@@ -73,6 +80,8 @@ private:
     std::uint32_t startTimecode_ = 0;
     std::uint32_t audioStream_ = 0;
     std::uint32_t sectorSize_ = 512;
+    bool dvFrameRead_ = false;
+    DvFrameInfo dvFrame_;
     CriticalSection cacheLock_;
     Morvane::Avi::FileReader* reader_ = nullptr;
     std::vector<Vl::Ptr<IndexInfo>> indexCache_;

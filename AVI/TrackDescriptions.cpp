@@ -89,6 +89,11 @@ int describeTracks(const Vl::FileWriterParams& params, TrackStructuralData* trac
     header.Type = Morvane::Avi::StreamTimecode;
     putWord32(header, 0, rate);
     putWord32(header, 1, scale);
+    if (params.startTimecode_.valid()) {
+        putWord32(header, 2, params.startTimecode_.frames());
+        putWord32(header, 3,
+                  Morvane::Avi::kTimecodeGiven | (params.startTimecode_.dropFrame() ? Morvane::Avi::kTimecodeDropFrame : 0));
+    }
 
     const VideoCompressionInfo& info = params.videoCompressionInfo_;
     const std::uint32_t fcc = info.compression().fcc();
@@ -102,6 +107,9 @@ int describeTracks(const Vl::FileWriterParams& params, TrackStructuralData* trac
     v.fourcc = playout;
     v.stride = params.stride_;
     v.fieldCode = fieldCode(info.scanMode());
+    // The field code cannot tell which field comes first, nor PsF from
+    // progressive: the scan itself goes with it.
+    v.scanMode = info.scanMode() >= 1 && info.scanMode() <= 4 ? info.scanMode() : 0;
     v.aspectRatio = frameAspect(info.aspectRatio());
     v.rate = rate;
     v.scale = scale;

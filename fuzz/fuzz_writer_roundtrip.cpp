@@ -117,6 +117,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         TrackStructuralData t = {};
         t.Type = StreamTimecode;
         t.Data.TCInfo.startFrame = in.get<std::uint32_t>();
+        t.Data.TCInfo.flags = in.get<std::uint8_t>();
         tracks.push_back(t);
     }
 

@@ -2,6 +2,7 @@
 #include <cstdint>
 
 #include "AudioSettings.h"
+#include "EditLabel.h"
 #include "ImageDescription.h"
 #include "String.h"
 #include "VideoCompressionInfo.h"
@@ -21,6 +22,8 @@ struct FileWriterParams
     std::uint32_t stride_ = 0;
     std::uint32_t mpeg2BitRate_ = 0; // megabits per second
     bool mpeg2HighProfile_ = false;
+    // The label of the first frame; not valid() when the editor gives none.
+    edit_label startTimecode_;
 };
 
 } // namespace Vl

@@ -17,6 +17,7 @@
 #include "PluginRead.h"
 #include "Progress.h"
 #include "Synth.h"
+#include "host/EditLabel.h"
 #include "host/EncoderInfo.h"
 #include "host/FileInfoBase.h"
 #include "host/FrameRates.h"
@@ -227,6 +228,34 @@ private:
     std::uint32_t frames_ = 0;
 };
 
+// "HH:MM:SS:FF" (";" before the frames for drop frame) as a frame count
+// at rate; false for a label the rate does not have.
+bool labelFrames(const std::string& text, Vl::FrameRate rate, std::uint32_t& frames, bool& drop)
+{
+    unsigned h = 0, m = 0, s = 0, f = 0;
+    char sep[3] = {};
+    int used = 0;
+    if (std::sscanf(text.c_str(), "%2u%c%2u%c%2u%c%2u%n", &h, &sep[0], &m, &sep[1], &s, &sep[2], &f, &used) != 7 ||
+        used != static_cast<int>(text.size()) || text.size() != 11 || sep[0] != ':' || sep[1] != ':' ||
+        (sep[2] != ':' && sep[2] != ';'))
+        return false;
+    drop = sep[2] == ';';
+    const double fps = Vl::getFramesPerSecond(rate);
+    const long nominal = std::lround(fps);
+    const bool dropRate = (nominal == 30 || nominal == 60) && std::fabs(fps - nominal) > 1e-3;
+    if ((drop && !dropRate) || h > 23 || m > 59 || s > 59 || f >= static_cast<unsigned>(nominal))
+        return false;
+    // Drop frame skips the first labels of every minute but each tenth.
+    const unsigned skipped = drop ? static_cast<unsigned>(nominal / 15) : 0;
+    const unsigned minutes = 60 * h + m;
+    if (drop && m % 10 != 0 && s == 0 && f < skipped)
+        return false;
+    std::uint64_t n = (std::uint64_t(3600) * h + 60 * m + s) * std::uint64_t(nominal) + f;
+    n -= std::uint64_t(skipped) * (minutes - minutes / 10);
+    frames = static_cast<std::uint32_t>(n);
+    return true;
+}
+
 std::uint32_t scanFor(std::uint32_t height)
 {
     if (height == 1080 || height == 576)
@@ -263,12 +292,23 @@ bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
     image.coreDataSet = true;
     VideoCompressionInfo& info = params.videoCompressionInfo_;
     info.image() = image;
-    info.setScanMode(scanFor(o.height));
+    info.setScanMode(o.scanMode ? o.scanMode : scanFor(o.height));
     info.setAspectRatio(std::uint64_t(o.width) * 3 > std::uint64_t(o.height) * 4 ? Vl::eAspect16x9 : Vl::eAspect4x3);
     info.setFrameRate(rate);
     info.setVideoTrackCount(1);
     info.compression().setFcc(fcc);
     params.stride_ = synthStride(fcc, o.width);
+    if (!o.timecode.empty()) {
+        std::uint32_t frames = 0;
+        bool drop = false;
+        if (!labelFrames(o.timecode, rate, frames, drop)) {
+            error = "timecode " + o.timecode + " is not a label at " + std::to_string(o.rateNum) + "/" +
+                    std::to_string(o.rateDen) + " frames per second" +
+                    (drop ? " (drop frame is for 30000/1001 and 60000/1001 only)" : "");
+            return false;
+        }
+        params.startTimecode_ = editLabFrom(frames, info.scanMode(), rate, drop);
+    }
     if (o.channels) {
         params.audioSettings_.setAudioStreams(1);
         params.audioSettings_.setChannelsPerStream(o.channels);

@@ -21,6 +21,9 @@ struct RenderOptions
     double seconds = 2.0;
     std::uint32_t channels = 2; // 0: no audio
     std::uint32_t sampleRate = 48000;
+    std::uint32_t scanMode = 0; // the editor's scan code; 0: what the picture size usually is
+    // The first frame's label: HH:MM:SS:FF, or HH:MM:SS;FF for drop frame; empty for none.
+    std::string timecode{};
 };
 
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <string>
+#include <utility>
 
 #include "DiskCheck.h"
 #include "PluginRead.h"
@@ -79,6 +80,23 @@ void addRenderOptions(CLI::App& render, velloro::RenderOptions& o)
             },
             "a tone in every channel (default 2x48000)")
         ->type_name("CHANNELSxRATE|none");
+    render
+        .add_option_function<std::string>(
+            "--scan",
+            [&o](const std::string& v) {
+                static const std::pair<const char*, std::uint32_t> kScans[] = {
+                    {"tff", 1}, {"bff", 2}, {"progressive", 3}, {"psf", 4}};
+                for (const auto& [name, code] : kScans)
+                    if (v == name) {
+                        o.scanMode = code;
+                        return;
+                    }
+                throw CLI::ValidationError("--scan", "not tff, bff, progressive or psf: " + v);
+            },
+            "tff, bff, progressive or psf (default: tff at 1080 and 576 lines, bff at 480 and 486, else progressive)")
+        ->type_name("SCAN");
+    render.add_option("--timecode", o.timecode, "the first frame's label, HH:MM:SS:FF or HH:MM:SS;FF for drop frame")
+        ->type_name("LABEL");
 }
 
 } // namespace

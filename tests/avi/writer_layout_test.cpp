@@ -169,40 +169,63 @@ TEST(WriterHeader, JunkPadsTheHeaderToASector)
     }
 }
 
-// The video properties each format gets, and the INFO texts with the start timecode.
+TrackStructuralData scanned(TrackStructuralData t, std::uint64_t scan, std::uint64_t fieldCode = 0)
+{
+    t.Data.VInfo.scanMode = scan;
+    t.Data.VInfo.fieldCode = fieldCode;
+    return t;
+}
+
+// The video properties each format and scan gets (the field descriptions'
+// start lines say which field comes first), and the start timecode in
+// INFO only when one was given.
 TEST(WriterHeader, VideoPropertiesAndInfoTexts)
 {
     testutil::TempDir dir;
+    constexpr std::uint32_t kGiven = Morvane::Avi::kTimecodeGiven, kDrop = Morvane::Avi::kTimecodeDropFrame;
     struct Case {
-        TrackStructuralData track; bool vprp; std::uint32_t token, standard, aspect, fields, start; const char* ismp;
+        TrackStructuralData track; std::uint32_t token, standard, refresh, aspect, fields;
+        std::vector<std::uint32_t> startLines; std::uint32_t start, flags; const char* ismp;
     } cases[] = {
-        {videoTrack("dvsd", 720, 576, 25, 1), true, 2, 1, 0x00040003, 1, 90061, "01:00:02.11"},
-        {videoTrack("MJPG", 720, 480, 30000, 1001), true, 4, 2, 0x00040003, 2, 1800, "00:01:00.00"},
-        {videoTrack("UYVY", 1920, 1080, 25, 1), true, 5, 4, 0x00100009, 1, 0, "00:00:00.00"},
-        {videoTrack("M101", 1280, 720, 60000, 1001), true, 7, 14, 0x00100009, 1, 0, "00:00:00.00"},
-        {videoTrack("M101", 1280, 720, 50, 1), false, 0, 0, 0, 0, 0, "00:00:00.00"},
+        {scanned(videoTrack("dvsd", 720, 576, 25, 1), 2), 2, 1, 50, 0x00040003, 2, {1, 0}, 90061, kGiven, "01:00:02:11"},
+        {scanned(videoTrack("MJPG", 720, 480, 30000, 1001), 0), 4, 2, 60, 0x00040003, 2, {0, 1}, 1800, kGiven | kDrop,
+         "00:01:00;02"},
+        {scanned(videoTrack("UYVY", 1920, 1080, 25, 1), 1), 5, 4, 50, 0x00100009, 2, {0, 1}, 0, kGiven, "00:00:00:00"},
+        {scanned(videoTrack("UYVY", 1920, 1080, 25, 1), 4), 5, 4, 50, 0x00100009, 1, {0, 1}, 0, 0, nullptr},
+        {scanned(videoTrack("M101", 1280, 720, 60000, 1001), 3), 7, 14, 60, 0x00100009, 1, {0}, 0, 0, nullptr},
+        // No standard raster: the picture is its own total; field code 3 is interlaced.
+        {scanned(videoTrack("M101", 1280, 720, 50, 1), 0, 3), 0, 0, 100, 0x00040003, 2, {0, 1}, 0, kDrop, nullptr},
+        // Drop frame only where the rate has it.
+        {scanned(videoTrack("UYVY", 640, 360, 25, 1), 3), 0, 0, 25, 0x00040003, 1, {0}, 30, kGiven | kDrop, "00:00:01:05"},
     };
     for (auto& c : cases) {
-        SCOPED_TRACE(c.token);
-        std::vector<TrackStructuralData> tracks = {timecodeTrack(c.start), c.track};
+        SCOPED_TRACE(std::to_string(c.token) + " " + std::to_string(c.track.Data.VInfo.scanMode));
+        std::vector<TrackStructuralData> tracks = {timecodeTrack(c.start, c.flags), c.track};
         FileWriter w;
         ASSERT_EQ(w.create(dir.file("vprp.avi"), tracks.data(), 2), S_OK);
         EXPECT_EQ(w.get_StreamCount(), 1u);
         const std::vector<unsigned char> h = header(w);
         const std::uint64_t at = findId(h, "vprp");
-        ASSERT_EQ(at + 4 <= h.size(), c.vprp);
-        if (c.vprp) {
-            // size, format token, standard, aspect, frame width, fields
-            EXPECT_EQ((std::vector<std::uint32_t>{rd32(h, at + 4), rd32(h, at + 8), rd32(h, at + 12), rd32(h, at + 28),
-                                                  rd32(h, at + 32), rd32(h, at + 40)}),
-                      (std::vector<std::uint32_t>{40, c.token, c.standard, c.aspect,
-                                                  static_cast<std::uint32_t>(c.track.Data.VInfo.width), c.fields}));
-        }
+        ASSERT_LE(at + 48, h.size());
+        const std::uint32_t described = static_cast<std::uint32_t>(c.startLines.size());
+        std::vector<std::uint32_t> lines;
+        for (std::uint32_t i = 0; i < described; ++i)
+            lines.push_back(rd32(h, at + 8 + 36 + 32 * i + 28));
+        // size, format token, standard, refresh, aspect, frame width, fields, field heights
+        EXPECT_EQ((std::vector<std::uint32_t>{rd32(h, at + 4), rd32(h, at + 8), rd32(h, at + 12), rd32(h, at + 16),
+                                              rd32(h, at + 28), rd32(h, at + 32), rd32(h, at + 40), rd32(h, at + 44)}),
+                  (std::vector<std::uint32_t>{36 + 32 * described, c.token, c.standard, c.refresh, c.aspect,
+                                              static_cast<std::uint32_t>(c.track.Data.VInfo.width), c.fields,
+                                              static_cast<std::uint32_t>(c.track.Data.VInfo.height) / c.fields}));
+        EXPECT_EQ(lines, c.startLines);
         const std::uint64_t isft = findId(h, "ISFT"), ismp = findId(h, "ISMP");
         EXPECT_EQ(std::string(reinterpret_cast<const char*>(&h[isft + 4]), 4 + 22),
                   std::string("\x16\0\0\0Morvane AVI v3.0.0.0 \0", 26));
-        EXPECT_EQ(std::string(reinterpret_cast<const char*>(&h[ismp + 4]), 4 + 12),
-                  std::string("\x0C\0\0\0", 4) + c.ismp + std::string(1, '\0'));
+        if (c.ismp)
+            EXPECT_EQ(std::string(reinterpret_cast<const char*>(&h[ismp + 4]), 4 + 12),
+                      std::string("\x0C\0\0\0", 4) + c.ismp + std::string(1, '\0'));
+        else
+            EXPECT_GE(ismp + 4, h.size()) << "an ISMP without a start timecode";
         w.close();
     }
 }

@@ -53,11 +53,13 @@ inline TrackStructuralData audioTrack(std::uint16_t channels = 2, std::uint32_t 
     return t;
 }
 
-inline TrackStructuralData timecodeTrack(std::uint32_t start)
+// The header track; flags 0: no start timecode given.
+inline TrackStructuralData timecodeTrack(std::uint32_t start, std::uint32_t flags = 0)
 {
     TrackStructuralData t = {};
     t.Type = StreamTimecode;
     t.Data.TCInfo.startFrame = start;
+    t.Data.TCInfo.flags = flags;
     return t;
 }
 

@@ -30,6 +30,7 @@ FileReader::FileReader()
     std::memset(&m_AviHeader, 0, sizeof m_AviHeader);
     std::memset(&m_OpenDmlHeader, 0, sizeof m_OpenDmlHeader);
     std::memset(&m_VideoProperties, 0, sizeof m_VideoProperties);
+    m_VideoFieldLayout = {};
     std::memset(&m_MT, 0, sizeof m_MT);
 }
 
@@ -90,6 +91,8 @@ void FileReader::InitVariables()
     std::memset(&m_AviHeader, 0, sizeof m_AviHeader);
     std::memset(&m_OpenDmlHeader, 0, sizeof m_OpenDmlHeader);
     std::memset(&m_VideoProperties, 0, sizeof m_VideoProperties);
+    m_VideoFieldLayout = {};
+    m_InfoTimecode.clear();
     freeMediaType();
     m_dwIdx1Position = 0xFFFFFFFF;
     m_cbIdx1Size = 0;
@@ -308,7 +311,7 @@ bool isInfoChunk(std::uint32_t id)
         makeFourCC("IMED"), makeFourCC("ICRD"), makeFourCC("IPRD"), makeFourCC("ISRF"), makeFourCC("IENG"),
         makeFourCC("ITCH"), makeFourCC("ISBJ"), makeFourCC("IARL"), makeFourCC("ISHP"), makeFourCC("ICOP"),
         makeFourCC("ICRP"), makeFourCC("IGNR"), makeFourCC("ICMS"), makeFourCC("ILGT"), makeFourCC("IPLT"),
-        makeFourCC("ICMT"), makeFourCC("IKEY"),
+        makeFourCC("ICMT"), makeFourCC("IKEY"), makeFourCC("ISMP"),
         0x4D494400u, // 00 'D' 'I' 'M'
     };
     return std::find(std::begin(ids), std::end(ids), id) != std::end(ids);
@@ -370,6 +373,16 @@ HRESULT FileReader::dispatchChunk(bool& stop)
         case ckid::vprp:
             if (c.size >= 40 && c.available >= 40)
                 std::memcpy(&m_VideoProperties, c.data - 8, sizeof m_VideoProperties);
+            if (c.size >= 36 && c.available >= 36) {
+                // Field descriptions of 32 bytes follow the 36 fixed ones;
+                // only those wholly in the chunk count.
+                constexpr std::size_t kFixed = 36, kField = 32, kStartLine = 28;
+                const std::size_t whole = (std::min<std::size_t>(c.size, c.available) - kFixed) / kField;
+                m_VideoFieldLayout = {};
+                m_VideoFieldLayout.descriptions = static_cast<std::uint32_t>(std::min<std::size_t>(whole, 2));
+                for (std::uint32_t i = 0; i < m_VideoFieldLayout.descriptions; ++i)
+                    m_VideoFieldLayout.startLine[i] = word(c.data + kFixed + kField * i + kStartLine);
+            }
             return S_OK;
         case ckid::RIFF:
             m_bFollowingRiff = true;
@@ -600,8 +613,17 @@ bool FileReader::SkipMovi()
     return true;
 }
 
-void FileReader::INFO_Extract(unsigned int, unsigned char*, int)
+void FileReader::INFO_Extract(unsigned int fourcc, unsigned char* data, int size)
 {
+    if (fourcc != makeFourCC("ISMP") || !data || size <= 0)
+        return;
+    // A label is a dozen characters; anything far longer is not one.
+    const std::size_t n = std::min<std::size_t>(static_cast<std::size_t>(size), 32);
+    std::string text(reinterpret_cast<const char*>(data), n);
+    text = text.substr(0, text.find('\0'));
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\r' || text.back() == '\n'))
+        text.pop_back();
+    m_InfoTimecode = text;
 }
 
 int FileReader::GetStreamIndexFromChunkId(unsigned int ckid)

@@ -108,6 +108,9 @@ public:
     int streamGetExtraData(int n, unsigned char* buf, int bufSize) const;
     const BITMAPINFOHEADER* get_VideoFormat() const;
     const AVIVIDEOPROPERTIES* get_VideoProperties() const { return &m_VideoProperties; }
+    const VideoFieldLayout& get_VideoFieldLayout() const { return m_VideoFieldLayout; }
+    // The INFO list's ISMP text (the first frame's SMPTE label), or "".
+    const std::string& get_InfoTimecode() const { return m_InfoTimecode; }
     const AVIMAINHEADER& get_MainHeader() const { return m_AviHeader; }
     const AVIEXTHEADER& get_ExtendedHeader() const { return m_OpenDmlHeader; }
     const AM_MEDIA_TYPE& get_MediaType() const { return m_MT; }
@@ -253,6 +256,8 @@ private:
     AVIMAINHEADER m_AviHeader;
     AVIEXTHEADER m_OpenDmlHeader;
     AVIVIDEOPROPERTIES m_VideoProperties;
+    VideoFieldLayout m_VideoFieldLayout;
+    std::string m_InfoTimecode;
     AviStream* m_pAviStreams = nullptr;
     AM_MEDIA_TYPE m_MT;
     std::uint32_t m_dwIdx1Position = 0xFFFFFFFF;

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <cstdlib>
+#include <cmath>
 #include <cstring>
 #include <new>
 
@@ -41,6 +42,8 @@ void FileWriter::InitVariables()
     m_dwFramesSinceFlush = 0;
     m_pTracks = nullptr;
     m_dwStartTimecode = 0;
+    m_bHasStartTimecode = false;
+    m_bDropFrame = false;
     m_dwRIFF_Chunk_Index = 0;
     m_bLegacyIndexWritten = false;
     m_pCurMovi = nullptr;
@@ -115,8 +118,11 @@ HRESULT FileWriter::create(const std::wstring& path, TrackStructuralData* pTrack
         }
         if (pTracks[i].Type == StreamAudio)
             m_Trackmapping.push_back(i);
-        else if (pTracks[i].Type == StreamTimecode)
+        else if (pTracks[i].Type == StreamTimecode && (pTracks[i].Data.TCInfo.flags & kTimecodeGiven)) {
+            m_bHasStartTimecode = true;
+            m_bDropFrame = (pTracks[i].Data.TCInfo.flags & kTimecodeDropFrame) != 0;
             m_dwStartTimecode = pTracks[i].Data.TCInfo.startFrame;
+        }
     }
 
     const std::size_t nStreams = m_Trackmapping.size();
@@ -320,6 +326,10 @@ std::uint64_t FileWriter::Header_CreateChunk_INFO()
         return listSize.get();
     }
     listSize += cb;
+    // A start timecode is only written when the editor gave one: any text
+    // here is taken by every reader as the first frame's label.
+    if (!m_bHasStartTimecode)
+        return listSize.get();
     cb = Header_CreateChunk_ISMP();
     if (cb == 0) {
         MORVANE_ASSERT(FALSE);
@@ -351,13 +361,19 @@ std::uint64_t FileWriter::Header_CreateChunk_ISFT()
 
 std::uint64_t FileWriter::Header_CreateChunk_ISMP()
 {
-    float fps = static_cast<float>(VideoFramesPerSecond());
-    Morvane::CTimeCodeEx tc(static_cast<double>(fps), m_dwStartTimecode);
+    const double fps = VideoFramesPerSecond();
+    Morvane::CTimeCodeEx tc(fps, m_dwStartTimecode);
+    // Drop frame exists only at the 1000/1001 rates of 30 and 60.
+    const bool dropRate = std::fabs(fps * 1.001 / 30.0 - 1.0) < 1e-4 || std::fabs(fps * 1.001 / 60.0 - 1.0) < 1e-4;
+    tc.setDropFrame(m_bDropFrame && dropRate);
     unsigned h = 0, m = 0, s = 0, f = 0;
-    tc.toHHMMSSFF(h, m, s, f, true);
+    if (!tc.toHHMMSSFF(h, m, s, f, true))
+        return 0;
+    // The label as ffmpeg and mediainfo show it: ';' before the frames
+    // marks drop frame.
     char text[32];
-    std::snprintf(text, sizeof(text), "%02d:%02d:%02d.%02d", static_cast<int>(h), static_cast<int>(m),
-                  static_cast<int>(s), static_cast<int>(f));
+    std::snprintf(text, sizeof(text), "%02u:%02u:%02u%c%02u", h % 100, m % 100, s % 100, tc.isDropFrame() ? ';' : ':',
+                  f % 100);
     return Header_CreateChunk_ISXX(makeFourCC("ISMP"), text);
 }
 

@@ -57,6 +57,7 @@ public:
     std::uint32_t get_MaxIndexEntries() const { return m_dwMaxIndexEntries; }
     std::uint32_t get_RiffChunkIndex() const { return m_dwRIFF_Chunk_Index; }
     std::uint32_t get_StartTimecode() const { return m_dwStartTimecode; }
+    bool get_HasStartTimecode() const { return m_bHasStartTimecode; }
     const std::vector<std::uint16_t>& get_Trackmapping() const { return m_Trackmapping; }
     const Morvane::CByteBuffer& get_HeaderBuffer() const { return m_HeaderBuffer; }
 
@@ -111,6 +112,8 @@ private:
     std::uint32_t m_cbOffset_DMLH_TotalFrames;
     std::uint32_t m_cbOffset_MOVI_Size;
     std::uint32_t m_dwStartTimecode;
+    bool m_bHasStartTimecode;
+    bool m_bDropFrame;
     std::uint32_t m_dwMaxFrames;
     std::uint32_t m_dwRIFF_Chunk_Index;
     std::uint32_t m_dwMaxIndexEntries;

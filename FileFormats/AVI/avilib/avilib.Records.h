@@ -166,6 +166,14 @@ struct AVIVIDEOPROPERTIES
     std::uint32_t CompressedBMHeight;
 };
 
+// What the field descriptions of a "vprp" say of the field order: how many
+// the chunk holds (at most the two kept here) and each one's first line.
+struct VideoFieldLayout
+{
+    std::uint32_t descriptions;
+    std::uint32_t startLine[2];
+};
+
 // Legacy "idx1" record.
 struct INDEXENTRY
 {

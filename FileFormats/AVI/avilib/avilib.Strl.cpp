@@ -258,7 +258,11 @@ std::uint64_t CStrl::CreateChunk_strh()
         strh.fccHandler = a.formatTag;
         strh.dwScale = 1;
         strh.dwRate = a.samplesPerSec;
-        strh.dwSampleSize = a.blockAlign;
+        // Counted in samples at the sample rate, and timed by the format's
+        // block alignment: with a sample size of 0, ffmpeg takes the stream's
+        // length from dwLength and shows the audio's duration; every reader
+        // we know of still times each chunk by its bytes over nBlockAlign.
+        strh.dwSampleSize = 0;
     }
     const std::uint64_t start = m_pParent->m_HeaderBuffer.getUsed();
     if (!AppendToHeader(&strh, sizeof(strh)))
@@ -357,14 +361,24 @@ std::uint64_t CStrl::CreateChunk_vprp()
     const std::uint32_t fcc = static_cast<std::uint32_t>(v.fourcc);
     AVIVIDEOPROPERTIES VideoProps = {};
     VideoProps.fcc = ckid::vprp;
-    VideoProps.cb = sizeof(AVIVIDEOPROPERTIES) - 8;
     VideoProps.dwFrameWidthInPixels = static_cast<std::uint32_t>(v.width);
     VideoProps.dwFrameHeightInLines = static_cast<std::uint32_t>(v.height);
     VideoProps.dwFrameAspectRatio = static_cast<std::uint32_t>(v.aspectRatio);
     MORVANE_ASSERT(VideoProps.dwFrameAspectRatio > 0);
-    const bool twoFields = isFourCC(fcc, "M101", "M102") || isFourCC(fcc, "M701", "m701") ||
-                           isFourCC(fcc, "MJPG", "mjpg") || isFourCC(fcc, "MMES", "mmes");
-    VideoProps.nbFieldPerFrame = twoFields ? 2 : 1;
+
+    // The scan the editor asked for decides; without one, the field code,
+    // and without that, what the essence kind usually is.
+    const std::uint64_t scan = v.scanMode;
+    bool interlaced;
+    if (scan >= 1 && scan <= 4)
+        interlaced = scan <= 2;
+    else if (v.fieldCode == 3 || v.fieldCode == 4)
+        interlaced = v.fieldCode == 3;
+    else
+        interlaced = isFourCC(fcc, "M101", "M102") || isFourCC(fcc, "M701", "m701") || isFourCC(fcc, "MJPG", "mjpg") ||
+                     isFourCC(fcc, "MMES", "mmes");
+    const bool lowerFirst = scan == 2;
+    const bool segmented = scan == 4;
 
     const double fps = v.scale ? static_cast<double>(v.rate) / static_cast<double>(v.scale) : 0.0;
     const bool is25 = fps == 25.0;
@@ -390,13 +404,35 @@ std::uint64_t CStrl::CreateChunk_vprp()
     } else if (v.width == 1280 && ((fps > 59.93 && fps < 59.95) || (fps > 59.9999 && fps < 60.00001))) {
         set(7, 14, 60, 1650, 750);
         VideoProps.dwFrameAspectRatio = 0x100009;
-        VideoProps.nbFieldPerFrame = 1;
+    } else {
+        // A raster of no standard: unknown format and standard, the
+        // picture itself as the totals.
+        const double refresh = fps * (interlaced ? 2.0 : 1.0) + 0.5;
+        set(0, 0, refresh > 0.0 && refresh < 1e6 ? static_cast<std::uint32_t>(refresh) : 0,
+            static_cast<std::uint32_t>(v.width), static_cast<std::uint32_t>(v.height));
     }
-    if (VideoProps.VideoFormatToken == 0)
+
+    // One description per field, the first field in time first: readers
+    // tell the field order from their start lines (0 for the upper field,
+    // 1 for the lower). A progressive frame carried as two segments keeps
+    // one field per frame and describes both segments.
+    VideoProps.nbFieldPerFrame = interlaced ? 2 : 1;
+    const std::uint32_t described = interlaced || segmented ? 2 : 1;
+    const std::uint32_t height = static_cast<std::uint32_t>(v.height);
+    VIDEO_FIELD_DESC fields[2] = {};
+    for (std::uint32_t i = 0; i < described; ++i) {
+        VIDEO_FIELD_DESC& f = fields[i];
+        f.CompressedBMHeight = interlaced ? height / 2 : height;
+        f.CompressedBMWidth = static_cast<std::uint32_t>(v.width);
+        f.ValidBMHeight = f.CompressedBMHeight;
+        f.ValidBMWidth = f.CompressedBMWidth;
+        f.VideoYValidStartLine = (i == 0) == lowerFirst ? 1 : 0;
+    }
+    constexpr std::size_t kFixed = offsetof(AVIVIDEOPROPERTIES, CompressedBMHeight);
+    VideoProps.cb = static_cast<std::uint32_t>(kFixed - 8 + described * sizeof(VIDEO_FIELD_DESC));
+    if (!AppendToHeader(&VideoProps, kFixed) || !AppendToHeader(fields, described * sizeof(VIDEO_FIELD_DESC)))
         return 0;
-    if (!AppendToHeader(&VideoProps, sizeof(VideoProps)))
-        return 0;
-    return sizeof(VideoProps);
+    return kFixed + described * sizeof(VIDEO_FIELD_DESC);
 }
 
 std::uint16_t CStrl::GetLongsPerEntryForIndexType(std::uint8_t type)

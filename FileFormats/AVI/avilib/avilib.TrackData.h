@@ -20,8 +20,8 @@ struct VideoTrackInfo
     std::uint64_t bitCount;
     std::uint64_t fourcc; // low 32 bits
     std::uint64_t stride;
-    std::uint64_t fieldCode;
-    std::uint64_t reserved6;
+    std::uint64_t fieldCode; // 3 interlaced, 4 progressive
+    std::uint64_t scanMode;  // 1 upper field first, 2 lower first, 3 progressive, 4 PsF; 0: not given
     std::uint64_t aspectRatio; // (x << 16) | y, the vprp dwFrameAspectRatio
     std::uint64_t rate;
     std::uint64_t scale; // frames per second = rate / scale
@@ -41,9 +41,17 @@ struct AudioTrackInfo
     std::uint32_t avgBytesPerSec;
 };
 
+constexpr std::uint32_t kTimecodeGiven = 1;
+constexpr std::uint32_t kTimecodeDropFrame = 2;
+
+// The header track: the frame rate, then the start timecode, which counts
+// only when the flags say it was given.
 struct TimecodeTrackInfo
 {
+    std::uint32_t rate;
+    std::uint32_t scale;
     std::uint32_t startFrame; // start timecode as a frame count
+    std::uint32_t flags;      // kTimecodeGiven, kTimecodeDropFrame
 };
 
 union TrackInfo
