@@ -282,6 +282,14 @@ def misalign_audio(movie):
         movie.chunks = [p for c in movie.chunks for p in pieces.get(id(c), [c])]
 
 
+def set_ismp(movie, text):
+    body = text.encode("ascii") + b"\0"
+    body += b"\0" * (len(body) & 1)
+    ismp = b"ISMP" + struct.pack("<I", len(text) + 1) + body
+    info = b"LIST" + struct.pack("<I", 4 + len(ismp)) + b"INFO" + ismp
+    movie.extra = [raw for raw in movie.extra if raw[8:12] != b"INFO"] + [info]
+
+
 def group_rec(movie):
     """Each video frame with the chunks after it, up to the next frame."""
     video = movie.video_stream()
@@ -604,6 +612,7 @@ def main(argv):
     add("--dmlh-short", action="store_true", help="a dmlh of dwTotalFrames only")
     add("--empty-indx", action="store_true", help="indx and dmlh, but every index in idx1")
     add("--misalign-audio", action="store_true", help="PCM chunks that end inside a block")
+    add("--ismp", metavar="TEXT", help="the INFO list holds only ISMP TEXT, the first frame's timecode label")
     opts = p.parse_args(argv)
     if opts.dump:
         try:
@@ -618,6 +627,8 @@ def main(argv):
         p.error("this shape needs a video stream")
     if opts.misalign_audio:
         misalign_audio(movie)
+    if opts.ismp is not None:
+        set_ismp(movie, opts.ismp)
     if opts.drop_frames:
         drop_frames(movie, opts.drop_frames)
     if opts.palette_changes:

@@ -64,6 +64,27 @@ make_source() {
         # long GOP: an I frame every 12, two B frames between references
         "${ff[@]}" -f lavfi -i "$(bars 720x576 25)" "${tone[@]}" -t 1 \
             -c:v mpeg2video -g 12 -bf 2 -b:v 4M "${pcm[@]}" "${exact[@]}" "$f" ;;
+    ff_dv_pal_tff)
+        # coded upper field first: the frames' control pack says so
+        "${ff[@]}" -f lavfi -i "$(bars 720x576 25)" "${tone[@]}" -t 0.4 \
+            -c:v dvvideo -pix_fmt yuv420p -vtag dvsd -top 1 "${pcm[@]}" -fflags +bitexact -flags:v +bitexact+ildct "$f" ;;
+    ff_dv_subcode_tc)
+        # a deck's timecode in the frames' subcode, and no ISMP to say it
+        "${ff[@]}" -f lavfi -i "$(bars 720x480 30000/1001)" -t 0.4 \
+            -c:v dvvideo -pix_fmt yuv411p -timecode "01:02:03;04" "${exact[@]}" -f dv "$f.dv"
+        "${ff[@]}" -i "$f.dv" -map_metadata -1 -c copy -vtag dvsd "${exact[@]}" "$f"
+        rm -f "$f.dv" ;;
+    ff_uyvy_ntsc_tc)
+        # ffmpeg's ISMP in drop frame
+        "${ff[@]}" -f lavfi -i "$(bars 320x240 30000/1001)" "${tone[@]}" -t 0.4 \
+            -c:v rawvideo -pix_fmt uyvy422 -vtag UYVY "${pcm[@]}" -timecode "01:00:00;00" "${exact[@]}" "$f" ;;
+    ff_mpeg2_51)
+        # 5.1 PCM: six channels in a WAVE_FORMAT_EXTENSIBLE
+        "${ff[@]}" -f lavfi -i "$(bars 720x576 25)" "${tone[@]}" -t 1 \
+            -c:v mpeg2video -g 12 -bf 2 -b:v 4M -c:a pcm_s16le -ac 6 "${exact[@]}" "$f" ;;
+    ff_dv50_4ch)
+        "${ff[@]}" -f lavfi -i "$(bars 720x576 25)" "${tone[@]}" -t 0.4 \
+            -c:v dvvideo -pix_fmt yuv422p -vtag dv50 -c:a pcm_s16le -ac 4 "${exact[@]}" "$f" ;;
     gst_uyvy_pcm)
         gst-launch-1.0 -q $gst_video,format=UYVY ! mux. $gst_audio ! mux. \
             avimux name=mux ! filesink location="$f" ;;

@@ -139,6 +139,41 @@ TEST_P(Corpus, ReadsFrameExactAndExportsFrameExact)
         EXPECT_EQ(comparable(copied), comparable(served));
 }
 
+// What files of other tools record of their scan and first frame's label,
+// and their sound, as the editor must be told (a label of "" is none).
+TEST_F(LoadedPlugin, ScanTimecodeAndChannelsAsTheFilesRecordThem)
+{
+    struct Case { const char* name; std::uint32_t scan; const char* timecode; std::uint32_t channels; } cases[] = {
+        {"ff_dv_pal", 2, "", 2},                 // ffmpeg's DV: lower field first, as its frames say
+        {"dv_ntsc_odml_dropped", 2, "", 2},
+        {"dv_pal_tff", 1, "", 2},
+        {"dv_subcode_tc", 2, "01:02:03;04", 0},
+        {"ismp_drop", 3, "01:00:00;00", 2},
+        {"ismp_dot_ntsc", 3, "01:00:00;00", 2},
+        {"ismp_colon_pal", 3, "10:00:00:12", 2},
+        {"ismp_dot_pal", 3, "10:00:00:12", 2},
+        {"rewritten_plain", 3, "", 2},           // no ISMP: no label
+        {"mpeg2_51", 0, "", 6},
+        {"dv50_4ch", 2, "", 4},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const std::string path = std::string(VELLORO_CORPUS_DIR) + "/" + c.name + ".avi";
+        std::string error;
+        Vl::Ptr<FileReadInstance> f = velloro::openThrough(*reader_, wide(path), error);
+        ASSERT_TRUE(f) << error;
+        const PlayFileMetadata& md = *f->metadata();
+        if (c.scan) {
+            EXPECT_EQ(md.video().scanMode(), c.scan);
+        }
+        EXPECT_EQ(md.startLabel().text(), c.timecode);
+        EXPECT_EQ(md.audio().audioStreams() ? md.audio().channelsPerStream() : 0, c.channels);
+        if (c.channels) {
+            EXPECT_EQ(md.audio().dataType(), Aud::eDataPcm);
+        }
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(Plugin, Corpus, testing::ValuesIn(corpusFiles()),
                          [](const testing::TestParamInfo<CorpusFile>& i) {
                              std::string n = i.param.name;
