@@ -113,11 +113,16 @@ int setMatroxYUYVdata(const Vl::FileWriterParams& params, unsigned char*& data, 
     const ShotVideoMetadata& picture = params.videoCompressionInfo_;
     const std::uint32_t scan = picture.scanMode();
     const std::uint32_t height = picture.image().height;
+    // The record's scan word is read back as the picture's scan: it carries
+    // the editor's own, PsF and the field order included. Without one, the
+    // field order that the height usually has.
     std::uint32_t fieldWord = 1;
     std::uint32_t layoutWord = 5;
     if (scan == 3 || scan == 4) {
-        fieldWord = 3;
+        fieldWord = scan;
         layoutWord = 4;
+    } else if (scan == 1 || scan == 2) {
+        fieldWord = scan;
     } else if (height == 480 || height == 486) {
         fieldWord = 2;
     }

@@ -284,7 +284,7 @@ void FileInfo::readPictureFormat(std::uint32_t bpp)
             stride = CompressionFormat::getMatroxStride(v);
         } else {
             std::uint32_t scan = le32(extra + 12);
-            if (scan >= 1 && scan <= 3)
+            if (scan >= 1 && scan <= 4)
                 v.setScanMode(scan);
             else
                 MORVANE_ASSERT_AT(false, "AVI/FileInfo line 267");

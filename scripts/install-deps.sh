@@ -15,6 +15,8 @@ packages=(
     libbenchmark-dev
     ffmpeg            # makes test files and checks ours (ffprobe, framemd5)
     gstreamer1.0-tools gstreamer1.0-plugins-base gstreamer1.0-plugins-good  # corpus files as GStreamer's avimux writes them
+    gstreamer1.0-plugins-base-apps gstreamer1.0-libav  # gst-discoverer and its DV and MPEG-2 decoders check what we write
+    mediainfo         # checks the scan, field order and timecode of what we write
     python3 time      # scripts/bench.sh: its report and peak memory
     clang libclang-rt-14-dev  # libFuzzer targets
 )

@@ -164,7 +164,10 @@ TEST(WriterCodecBlocks, MatroxStrides)
         {"M101", 1920, 1080, makeFourCC("UYVY"), 0, 1, 3840, 1, 5, false},
         {"M101", 720, 486, makeFourCC("M101"), 0x5A0, 2, 0x5A0, 2, 5, false},
         {"M102", 1280, 720, makeFourCC("M102"), 0xA00, 3, 0xA00, 3, 4, false},
-        {"M101", 64, 480, makeFourCC("M101"), 128, 1, 128, 2, 5, true},
+        // The scan asked for, whatever the height usually has; PsF kept apart.
+        {"M101", 64, 480, makeFourCC("M101"), 128, 1, 128, 1, 5, true},
+        {"M102", 1920, 1080, makeFourCC("M102"), 0xF00, 4, 0xF00, 4, 4, false},
+        {"M101", 720, 486, makeFourCC("UYVY"), 0, 0, 1440, 2, 5, false},
         {"M101", 720, 576, makeFourCC("M101"), 0, 1, 1440, 1, 5, true},
     };
     for (const Case& c : cases) {
