@@ -1,5 +1,9 @@
 #include "PluginRead.h"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <deque>
@@ -9,6 +13,7 @@
 #include "AudioDigest.h"
 #include "Md5.h"
 #include "PluginLoader.h"
+#include "ProbeJson.h"
 #include "host/FrameRates.h"
 #include "util/fourcc.h"
 #include "util/stringUtils.h"
@@ -119,6 +124,36 @@ std::string openFailureReason()
     return reason.empty() ? "the file could not be opened" : reason;
 }
 
+// Whether the first audio stream has sample n: one sample asked for there.
+bool hasAudioSample(Vl::FileReaderResource& reader, const Vl::Ptr<FileReadInstance>& file, std::uint64_t n)
+{
+    if (n > 0xFFFFFFFFu)
+        return false;
+    Vl::Ptr<AudioReadRequest> ask(new AudioReadRequest(file, 0, static_cast<std::uint32_t>(n), 1));
+    reader.readAudioSample(ask, false);
+    return ask->wait() == RequestStatus::eCompleted && ask->result().samples() == 1;
+}
+
+// The samples the first audio stream holds, which the editor's length (the
+// video's, in samples) need not be: found by asking for single samples,
+// about 2 log2(n) reads.
+std::uint64_t audioSamplesInFile(Vl::FileReaderResource& reader, const Vl::Ptr<FileReadInstance>& file)
+{
+    std::uint64_t present = 0;
+    std::uint64_t absent = std::max<std::uint64_t>(1, file->metadata()->audio().lengthInSamples());
+    if (!hasAudioSample(reader, file, 0))
+        return 0;
+    while (absent <= 0xFFFFFFFFu && hasAudioSample(reader, file, absent)) {
+        present = absent;
+        absent *= 2;
+    }
+    while (absent - present > 1) {
+        const std::uint64_t mid = present + (absent - present) / 2;
+        (hasAudioSample(reader, file, mid) ? present : absent) = mid;
+    }
+    return present + 1;
+}
+
 } // namespace
 
 Vl::Ptr<FileReadInstance> openThrough(Vl::FileReaderResource& reader, const std::wstring& path, std::string& error)
@@ -143,29 +178,10 @@ bool pluginProbe(Vl::FileReaderResource& reader, const std::wstring& path, bool 
     std::string label = md.startLabel().text();
     const ImageDescription& im = v.image();
     if (json) {
-        append(out, "{\"supported\": %d, \"video_decodable\": %s, \"audio_playable\": %s", bits,
-               (bits & 1) ? "true" : "false", (bits & 2) ? "true" : "false");
-        append(out, ", \"video_tracks\": %u", v.videoTrackCount());
-        if (v.videoTrackCount()) {
-            append(out,
-                   ", \"width\": %u, \"height\": %u, \"fourcc\": \"%s\", \"bits_per_component\": %u, "
-                   "\"bits_per_pixel\": %u, \"stride\": %u, \"top_down\": %s, \"scan_mode\": %u, \"aspect\": %u, "
-                   "\"video_format\": %u, \"frame_rate\": %.3f, \"length_frames\": %u, \"gop_size\": %u, "
-                   "\"data_rate\": %u",
-                   im.width, im.height, fourccText(im.dataFormat).c_str(), im.bitsPerComponent, im.bitsPerPixel,
-                   v.layout().stride, v.layout().topDown ? "true" : "false", v.scanMode(), v.aspectRatio(),
-                   v.videoFormatUID(), Vl::getFramesPerSecond(v.frameRate()), v.lengthInFrames(), v.gopSize(),
-                   v.dataRate());
-        }
-        append(out, ", \"start_timecode\": \"%s\", \"audio_streams\": %u", label.c_str(), a.audioStreams());
-        if (a.audioStreams()) {
-            append(out,
-                   ", \"audio_channels\": %u, \"audio_bits\": %u, \"audio_rate\": %u, \"audio_type\": \"%s\", "
-                   "\"audio_length_samples\": %llu",
-                   a.channelsPerStream(), a.bitsPerSample(), a.samplesPerSec(), audioTypeName(a.dataType()),
-                   static_cast<unsigned long long>(a.lengthInSamples()));
-        }
-        out += "}\n";
+        struct stat st;
+        const bool sized = ::stat(Morvane::convertString(path).c_str(), &st) == 0;
+        out += probeJson(md, bits, sized ? static_cast<std::uint64_t>(st.st_size) : 0,
+                         a.audioStreams() ? audioSamplesInFile(reader, file) : 0);
         return true;
     }
     append(out, "supported: %d (video %s, audio %s)\n", bits, (bits & 1) ? "decodable" : "not decodable",
@@ -273,7 +289,19 @@ int withReader(const char* command, const char* path, auto&& work)
         return 1;
     }
     std::string out;
+    // What the plug-in prints (its assertion lines) goes to standard error
+    // while it works: standard output carries only the command's answer,
+    // which scripts parse.
+    std::fflush(stdout);
+    const int answer = ::dup(STDOUT_FILENO);
+    if (answer >= 0)
+        ::dup2(STDERR_FILENO, STDOUT_FILENO);
     bool ok = work(*reader, Morvane::convertString(path), out, error);
+    std::fflush(stdout);
+    if (answer >= 0) {
+        ::dup2(answer, STDOUT_FILENO);
+        ::close(answer);
+    }
     std::fputs(out.c_str(), stdout);
     if (!ok) {
         commandError(command, path, error);
