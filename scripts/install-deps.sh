@@ -10,6 +10,7 @@ packages=(
     libmd-dev         # MD5 of frames and audio (framemd5)
     libcli11-dev      # velloro's command line
     libpng-dev        # velloro thumbnails
+    libavcodec-dev libavutil-dev libswscale-dev  # the stand-in's encoders and decoders (DV, MPEG-2, MJPEG)
     dpkg-dev file     # cpack's Debian package: the dependency list from what it links
     libgtest-dev libgmock-dev
     libbenchmark-dev
