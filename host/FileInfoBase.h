@@ -21,6 +21,10 @@ public:
     ~FileInfoBase() override;
 
     int writeSurface(Vl::Ptr<FrameBuffer>& frame) override;
+    // An encoded frame, queued in storage order with its picture kind and its
+    // place in presentation order; the frames queued without them are I
+    // frames presented in the order they are queued.
+    int writeSurface(Vl::Ptr<FrameBuffer>& frame, VlroMpeg2FrameTypes type, std::uint32_t presentation);
     int writeFinish() override;
     std::uint32_t getItemsPending() const override;
     Status getStatus() const override;
@@ -52,6 +56,8 @@ protected:
     void finishWriterThread();
 
 private:
+    int queue(Vl::Ptr<FrameBuffer>& frame, VlroMpeg2FrameTypes type, std::int64_t presentation);
+
     struct State;
     State* state_;
 };

@@ -11,6 +11,7 @@ packages=(
     libcli11-dev      # velloro's command line
     libpng-dev        # velloro thumbnails
     nlohmann-json3-dev  # velloro probe --json
+    libavcodec-dev libavutil-dev libswscale-dev  # the stand-in's encoders and decoders (DV, MPEG-2, MJPEG)
     dpkg-dev file     # cpack's Debian package: the dependency list from what it links
     libgtest-dev libgmock-dev
     libbenchmark-dev

@@ -43,6 +43,7 @@ struct FileInfoBase::State
     {
         Vl::Ptr<FrameBuffer> frame;
         VlroMpeg2FrameTypes type;
+        std::int64_t presentation; // negative: the count of frames written
     };
 
     FileWriterParams params;
@@ -93,6 +94,16 @@ const FileWriterParams& FileInfoBase::params() const
 
 int FileInfoBase::writeSurface(Vl::Ptr<FrameBuffer>& frame)
 {
+    return queue(frame, eVlroFrameI, -1);
+}
+
+int FileInfoBase::writeSurface(Vl::Ptr<FrameBuffer>& frame, VlroMpeg2FrameTypes type, std::uint32_t presentation)
+{
+    return queue(frame, type, presentation);
+}
+
+int FileInfoBase::queue(Vl::Ptr<FrameBuffer>& frame, VlroMpeg2FrameTypes type, std::int64_t presentation)
+{
     if (!frame)
         return 0;
     State& s = *state_;
@@ -110,7 +121,7 @@ int FileInfoBase::writeSurface(Vl::Ptr<FrameBuffer>& frame)
         return s.error;
     if (s.cancelled || s.videoFinished)
         return 0;
-    s.queue.push_back({frame, eVlroFrameI});
+    s.queue.push_back({frame, type, presentation});
     s.queuedBytes += size;
     s.changed.notify_all();
     return 1;
@@ -138,7 +149,7 @@ void FileInfoBase::threadFn()
             s.changed.notify_all();
             if (s.failed)
                 continue;
-            s.currentValue = s.framesWritten;
+            s.currentValue = entry.presentation < 0 ? s.framesWritten : static_cast<std::uint32_t>(entry.presentation);
         }
         const iMemHolder* memory = entry.frame->memory().get();
         unsigned char* bytes = const_cast<unsigned char*>(entry.frame->bytes());

@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -10,6 +11,7 @@
 #include <deque>
 #include <vector>
 
+#include "Coding.h"
 #include "FramePool.h"
 #include "Interrupt.h"
 #include "OutputFile.h"
@@ -161,9 +163,13 @@ public:
         return false;
     }
 
-    bool frame(Vl::Ptr<FrameBuffer>& buffer, std::string& error)
+    // An encoded frame goes with its kind and presentation place; any other
+    // is an I frame shown where it is queued.
+    bool frame(Vl::Ptr<FrameBuffer>& buffer, std::string& error, VlroMpeg2FrameTypes type = eVlroFrameUnknown,
+               std::uint32_t presentation = 0)
     {
-        int result = instance_->writeSurface(buffer);
+        int result = type == eVlroFrameUnknown ? instance_->writeSurface(buffer)
+                                               : base_->writeSurface(buffer, type, presentation);
         if (result != 1)
             return fail("cannot write", result, error);
         ++frames_;
@@ -256,8 +262,11 @@ bool labelFrames(const std::string& text, Vl::FrameRate rate, std::uint32_t& fra
     return true;
 }
 
-std::uint32_t scanFor(std::uint32_t height)
+std::uint32_t scanFor(std::uint32_t fcc, std::uint32_t height)
 {
+    // DV's standard-definition pictures are lower field first at either rate.
+    if (fcc == makeFourCC("dvsd") || fcc == makeFourCC("dv25") || fcc == makeFourCC("dv50"))
+        return Vl::eLowerFieldFirst;
     if (height == 1080 || height == 576)
         return Vl::eUpperFieldFirst;
     if (height == 480 || height == 486)
@@ -271,8 +280,11 @@ bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
                 const RenderOptions& o, Progress* progress, std::string& error)
 {
     const std::uint32_t fcc = o.fcc;
-    if (!synthStride(fcc, o.width)) {
-        error = "unsupported format " + fourccText(fcc) + " (render makes UYVY, YUY2, M101, M102 or v210)";
+    const std::vector<std::uint32_t> encoders = Vl::EncoderInfo::installed();
+    const bool encoded = std::find(encoders.begin(), encoders.end(), fcc) != encoders.end();
+    if (!synthStride(fcc, o.width) && !encoded) {
+        error = "unsupported format " + fourccText(fcc) +
+                " (render makes UYVY, YUY2, M101, M102, v210, dvsd, dv25, dv50, dvh1, MMES, M701 or MJPG)";
         return false;
     }
     Vl::FrameRate rate = Vl::getEquivalentVlFrameRate(double(o.rateNum) / o.rateDen);
@@ -292,7 +304,7 @@ bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
     image.coreDataSet = true;
     VideoCompressionInfo& info = params.videoCompressionInfo_;
     info.image() = image;
-    info.setScanMode(o.scanMode ? o.scanMode : scanFor(o.height));
+    info.setScanMode(o.scanMode ? o.scanMode : scanFor(fcc, o.height));
     info.setAspectRatio(std::uint64_t(o.width) * 3 > std::uint64_t(o.height) * 4 ? Vl::eAspect16x9 : Vl::eAspect4x3);
     info.setFrameRate(rate);
     info.setVideoTrackCount(1);
@@ -328,10 +340,32 @@ bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
         error = "too long: at most 2000000 frames in one file";
         return false;
     }
+    // Encoded frames go in storage order, with their kinds and places.
+    BarsEncoder coder;
+    std::vector<VlEncodedFrame> coded;
+    if (encoded && !coder.open(info, writer.getInputImageFormat(params), error))
+        return false;
 
     WriteSession session(reader, writer, out);
     if (!session.open(params, error))
         return false;
+    auto put = [&](std::uint64_t n, bool last) {
+        if (!(last ? coder.flush(coded, error) : coder.picture(n, coded, error))) {
+            error = "cannot encode frame " + std::to_string(n) + ": " + error;
+            return false;
+        }
+        for (const VlEncodedFrame& f : coded) {
+            Vl::Ptr<FrameBuffer> buffer = frameOf(f.bytes);
+            if (!buffer) {
+                error = "out of memory";
+                return false;
+            }
+            if (!session.frame(buffer, error, f.type, f.presentation))
+                return false;
+        }
+        coded.clear();
+        return true;
+    };
     // At most 4096 rows of 11008 bytes: the product fits.
     FramePool pool(static_cast<std::uint32_t>(std::uint64_t(params.stride_) * o.height));
     Aud::StreamBufferList tone;
@@ -340,6 +374,8 @@ bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
         if (interruptSignal()) {
             if (progress)
                 progress->finish();
+            if (encoded && !put(n, true))
+                return false;
             return session.stopped(n, frames, error);
         }
         if (o.channels) {
@@ -352,6 +388,13 @@ bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
             if (!session.audio(tone, count, error))
                 return false;
             fed = due;
+        }
+        if (encoded) {
+            if (!put(n, false))
+                return false;
+            if (progress)
+                progress->update(n + 1);
+            continue;
         }
         // Painted where the writer takes it from: no copy on the way.
         unsigned char* bytes = nullptr;
@@ -366,6 +409,8 @@ bool renderFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
         if (progress)
             progress->update(n + 1);
     }
+    if (encoded && !put(frames, true))
+        return false;
     bool ok = session.finish(error);
     if (progress)
         progress->finish();
@@ -397,7 +442,7 @@ bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
     params.typeName_ = "AVI";
     static_cast<Aud::Metadata&>(params.audioSettings_) = a;
     params.videoCompressionInfo_.setPicture(v);
-    params.videoCompressionInfo_.compression().setFcc(v.image().dataFormat);
+    params.videoCompressionInfo_.compression().setFcc(writtenCode(v.image().dataFormat));
     params.image_ = v.image();
     params.stride_ = v.layout().stride;
     if (!writerAccepts(writer, params)) {
@@ -416,6 +461,8 @@ bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
     std::uint64_t fed = 0;
     Aud::StreamBufferList all;
     const unsigned length = v.lengthInFrames();
+    // Long-GOP frames keep their kinds and places in presentation order.
+    StorageOrder order(reader, file);
     std::deque<Vl::Ptr<VideoReadRequest>> inFlight;
     // Every way out lets the reads in flight finish before the file goes.
     auto stop = [&](bool ok) {
@@ -480,7 +527,12 @@ bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
                 return stop(false);
             fed += got;
         }
-        if (!session.frame(frame, error))
+        VlroMpeg2FrameTypes type = eVlroFrameUnknown;
+        std::uint32_t place = 0;
+        std::string why;
+        if (order.predicted() && !order.describe(i, *frame, type, place, why))
+            return stop(session.sourceFailed(vlhost::toSystemPath(in) + ": " + why, error));
+        if (!session.frame(frame, error, type, place))
             return stop(false);
         if (progress)
             progress->update(i + 1);

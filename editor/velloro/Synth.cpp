@@ -24,10 +24,8 @@ constexpr Yuv kBox = {235, 128, 128};
 
 Yuv pixel(std::uint32_t x, std::uint32_t y, std::uint32_t width, std::uint32_t height, std::uint64_t n)
 {
-    // The box crosses the lower third, one step a frame.
-    const std::uint32_t box = std::max<std::uint32_t>(width / 16, 2);
-    const std::uint32_t span = width > box ? width - box : 1;
-    const std::uint32_t left = static_cast<std::uint32_t>((n * std::max<std::uint32_t>(width / 64, 1)) % span);
+    const std::uint32_t box = synthBoxSize(width);
+    const std::uint32_t left = synthBoxLeft(width, n);
     if (y >= height * 2 / 3 && y < height * 2 / 3 + box && x >= left && x < left + box)
         return kBox;
     return kBars[std::min<std::uint64_t>(std::uint64_t(x) * 8 / width, 7)];
@@ -40,6 +38,19 @@ void put32(unsigned char* p, std::uint32_t v)
 }
 
 } // namespace
+
+std::uint32_t synthBoxSize(std::uint32_t width)
+{
+    return std::max<std::uint32_t>(width / 16, 2);
+}
+
+std::uint32_t synthBoxLeft(std::uint32_t width, std::uint64_t n)
+{
+    // The box crosses the lower third, one step a frame.
+    const std::uint32_t box = synthBoxSize(width);
+    const std::uint32_t span = width > box ? width - box : 1;
+    return static_cast<std::uint32_t>((n * std::max<std::uint32_t>(width / 64, 1)) % span);
+}
 
 std::uint32_t synthStride(std::uint32_t fcc, std::uint32_t width)
 {

@@ -15,6 +15,11 @@ void synthFrame(std::uint32_t fcc, std::uint32_t width, std::uint32_t height, st
 void synthFrame(std::uint32_t fcc, std::uint32_t width, std::uint32_t height, std::uint64_t n,
                 std::vector<unsigned char>& out);
 
+// The white box of frame n: its side, and its left column; its top row is
+// two thirds down the picture. What tells one frame from another.
+std::uint32_t synthBoxSize(std::uint32_t width);
+std::uint32_t synthBoxLeft(std::uint32_t width, std::uint64_t n);
+
 // count samples of a 1 kHz tone from sample number first, 16-bit little
 // endian, one buffer per channel.
 void synthTone(std::uint32_t rate, std::uint64_t first, std::uint32_t count, unsigned char* out);

@@ -10,6 +10,7 @@
 
 #include "PluginLoader.h"
 #include "PluginRead.h"
+#include "host/DecoderInfo.h"
 #include "host/FrameRates.h"
 #include "util/fourcc.h"
 #include "util/stringUtils.h"
@@ -171,6 +172,82 @@ std::string timecode(std::uint64_t frame, double fps)
     return text;
 }
 
+// One frame read as the editor reads it; null when it cannot be.
+Vl::Ptr<FrameBuffer> readFrame(Vl::FileReaderResource& reader, const Vl::Ptr<FileReadInstance>& file,
+                               std::uint32_t n, bool wholeGroup)
+{
+    Vl::Ptr<VideoReadRequest> request =
+        reader.readVideoSample(file, n, wholeGroup, VideoReadRequest::eCompressed, nullptr, nullptr, false);
+    if (request && request->wait() == RequestStatus::eCompleted)
+        return request->getResult();
+    return nullptr;
+}
+
+// Picture n of a compressed clip. A long-GOP frame needs its group: whole
+// from the reader where the file has group records, or else fed frame by
+// frame from the group's first frame, found by its picture headers.
+bool decodeFrame(Vl::FileReaderResource& reader, const Vl::Ptr<FileReadInstance>& file, std::uint32_t n,
+                 VlDecodedPicture& picture, std::string& error)
+{
+    const PlayFileMetadata& md = *file->metadata();
+    Vl::Ptr<VlDecoder> decoder = Vl::DecoderInfo::getDecoderFor(md);
+    if (!decoder) {
+        error = "no decoder here for " + fourccText(md.video().image().dataFormat) + " pictures";
+        return false;
+    }
+    const std::uint32_t frames = md.video().lengthInFrames();
+    const bool mpeg2 = Vl::DecoderInfo::isMpeg2(md.video().image().dataFormat);
+    const bool records = mpeg2 && md.video().gopSize() >= 2;
+    auto groupStarts = [](const Vl::Ptr<FrameBuffer>& f) {
+        std::vector<VlCodedFrame> coded = Vl::DecoderInfo::splitMpeg2(f->bytes(), f->size());
+        return !coded.empty() && coded.front().startsGroup;
+    };
+    std::uint32_t first = n;
+    if (mpeg2 && !records) {
+        // At most a few groups back: a stream without group headers starts at 0.
+        for (std::uint32_t steps = 0; first > 0 && steps < 1024; --first, ++steps) {
+            Vl::Ptr<FrameBuffer> f = readFrame(reader, file, first, false);
+            if (!f) {
+                error = "frame " + std::to_string(first) + " could not be read";
+                return false;
+            }
+            if (groupStarts(f))
+                break;
+        }
+    }
+    std::vector<VlDecodedPicture> pictures;
+    const std::uint32_t wanted = records ? n : n - first;
+    bool done = false;
+    auto found = [&] {
+        for (VlDecodedPicture& p : pictures)
+            if (!done && (p.presentation == wanted || !mpeg2)) {
+                picture = std::move(p);
+                done = true;
+            }
+        pictures.clear();
+        return done;
+    };
+    for (std::uint32_t k = first; k < frames; ++k) {
+        Vl::Ptr<FrameBuffer> f = readFrame(reader, file, k, records);
+        if (!f) {
+            error = "frame " + std::to_string(k) + " could not be read";
+            return false;
+        }
+        if (mpeg2 && !records && k > first && groupStarts(f))
+            break;
+        if (!decoder->decode(*f, pictures, error))
+            return false;
+        if (found() || records || !mpeg2)
+            break;
+    }
+    if (!found() && (!decoder->flush(pictures, error) || !found())) {
+        if (error.empty())
+            error = "the decoder gave no picture for frame " + std::to_string(n);
+        return false;
+    }
+    return true;
+}
+
 } // namespace
 
 bool pluginThumbnails(Vl::FileReaderResource& reader, const std::wstring& path, const std::string& png,
@@ -185,7 +262,9 @@ bool pluginThumbnails(Vl::FileReaderResource& reader, const std::wstring& path, 
         error = "no video frames";
         return false;
     }
-    if (!Raster::known(im.dataFormat)) {
+    // Compressed frames are decoded to UYVY first.
+    const bool decoded = !Raster::known(im.dataFormat);
+    if (decoded && !Vl::DecoderInfo::getDecoderFor(*file->metadata())) {
         error = "no decoder here for " + fourccText(im.dataFormat) + " pictures";
         return false;
     }
@@ -199,24 +278,33 @@ bool pluginThumbnails(Vl::FileReaderResource& reader, const std::wstring& path, 
 
     for (std::uint32_t k = 0; k < count; ++k) {
         const std::uint32_t n = count > 1 ? std::uint32_t(std::uint64_t(frames - 1) * k / (count - 1)) : 0;
-        Vl::Ptr<VideoReadRequest> request =
-            reader.readVideoSample(file, n, false, VideoReadRequest::eCompressed, nullptr, nullptr, false);
-        Vl::Ptr<FrameBuffer> frame;
-        if (request && request->wait() == RequestStatus::eCompleted)
-            frame = request->getResult();
-        if (!frame || !raster.fitTo(frame->size())) {
+        VlDecodedPicture picture;
+        if (decoded) {
+            if (!decodeFrame(reader, file, n, picture, error)) {
+                error = "frame " + std::to_string(n) + ": " + error;
+                reader.waitForIdle();
+                return false;
+            }
+            raster = Raster(makeFourCC("UYVY"), picture.width, picture.height);
+        }
+        Vl::Ptr<FrameBuffer> frame = decoded ? nullptr : readFrame(reader, file, n, false);
+        const std::uint64_t bytes = decoded ? picture.uyvy.size() : (frame ? frame->size() : 0);
+        if ((!decoded && !frame) || !raster.fitTo(bytes)) {
             error = "frame " + std::to_string(n) + " could not be read whole";
             reader.waitForIdle();
             return false;
         }
+        const unsigned char* pixels = decoded ? picture.uyvy.data() : frame->bytes();
+        const std::uint32_t width = raster.width(), height = raster.height();
         const std::uint32_t left = kGap + (k % columns) * (kThumbWidth + kGap);
         const std::uint32_t top = kGap + (k / columns) * (thumbHeight + kLabelHeight + kGap);
         for (std::uint32_t y = 0; y < thumbHeight; ++y) {
-            const std::uint32_t sy = std::min(im.height - 1, std::uint32_t(std::uint64_t(y) * im.height / thumbHeight));
-            const std::uint32_t row = v.layout().topDown ? sy : im.height - 1 - sy;
+            const std::uint32_t sy = std::min(height - 1, std::uint32_t(std::uint64_t(y) * height / thumbHeight));
+            // Decoded pictures are top first.
+            const std::uint32_t row = decoded || v.layout().topDown ? sy : height - 1 - sy;
             for (std::uint32_t x = 0; x < kThumbWidth; ++x)
                 sheet.put(left + x, top + y,
-                          raster.at(frame->bytes(), std::min(im.width - 1, std::uint32_t(std::uint64_t(x) * im.width / kThumbWidth)), row));
+                          raster.at(pixels, std::min(width - 1, std::uint32_t(std::uint64_t(x) * width / kThumbWidth)), row));
         }
         sheet.text(left, top + thumbHeight + 4, timecode(n, fps));
     }

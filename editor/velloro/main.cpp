@@ -7,6 +7,7 @@
 #include <string>
 #include <utility>
 
+#include "Coding.h"
 #include "DiskCheck.h"
 #include "PluginRead.h"
 #include "PluginWrite.h"
@@ -43,7 +44,8 @@ void addRenderOptions(CLI::App& render, velloro::RenderOptions& o)
                 o.fcc = std::uint32_t(std::uint8_t(v[0])) | std::uint32_t(std::uint8_t(v[1])) << 8 |
                         std::uint32_t(std::uint8_t(v[2])) << 16 | std::uint32_t(std::uint8_t(v[3])) << 24;
             },
-            "UYVY, YUY2, M101, M102 or v210 (default UYVY)")
+            "UYVY, YUY2, M101, M102, v210, or encoded: dvsd, dv25, dv50 (DV at 720x480 or 720x576), dvh1\n"
+            "(DVCPRO HD), MMES (MPEG-2 4:2:2 long GOP, SD), M701 (the same, HD) or MJPG (default UYVY)")
         ->type_name("FOURCC");
     render
         .add_option_function<std::string>(
@@ -52,7 +54,7 @@ void addRenderOptions(CLI::App& render, velloro::RenderOptions& o)
                 if (!splitPair(v, 'x', o.width, o.height))
                     throw CLI::ValidationError("--size", "not WIDTHxHEIGHT: " + v);
             },
-            "picture size (default 1920x1080)")
+            "picture size (default 1920x1080; 720x480 for DV and MMES, 720x576 at 25/1)")
         ->type_name("WxH");
     render
         .add_option_function<std::string>(
@@ -174,8 +176,10 @@ int main(int argc, char** argv)
         return velloro::pluginProbeCommand(file.c_str(), json);
     if (exportCmd->parsed())
         return velloro::exportCommand(in.c_str(), out.c_str(), overwrite, quiet);
-    if (render->parsed())
+    if (render->parsed()) {
+        velloro::applyFormatDefaults(options, render->count("--size") > 0, render->count("--rate") > 0);
         return velloro::renderCommand(out.c_str(), overwrite, options, quiet);
+    }
     if (thumbnails->parsed())
         return velloro::thumbnailsCommand(file.c_str(), out.c_str(), count);
     return velloro::repairCommand(in.c_str(), out.empty() ? nullptr : out.c_str(), overwrite);

@@ -259,7 +259,9 @@ TEST_F(Negotiation, InputImageAndPanels)
     p.image_.bitsPerComponent = 10;
     Vl::Image::Core::Object in = writer_.getInputImageFormat(p);
     EXPECT_EQ(std::tuple(in.dataFormat, in.bitsPerComponent, in.bitsPerPixel), std::tuple(makeFourCC("v210"), 10u, 20u));
-    EXPECT_EQ(writer_.getInputImageFormat(params("dvsd", 720, 576)).dataFormat, makeFourCC("YUY2"));
+    EXPECT_EQ(writer_.getInputImageFormat(params("dvsd", 720, 480)).dataFormat, makeFourCC("YUY2"));
+    // DV at 576 lines is 25 frames a second only: no encoder at 29.97.
+    EXPECT_EQ(writer_.getInputImageFormat(params("dvsd", 720, 576)).dataFormat, 0xFFFFFFFFu);
     p = params("XVID", 720, 576);
     EXPECT_EQ(writer_.getInputImageFormat(p).dataFormat, 0xFFFFFFFFu);
     EXPECT_FALSE(writer_.formatHasConfigPanel(p.videoCompressionInfo_));
