@@ -66,7 +66,11 @@ int fillMpeg2Block(const Vl::FileWriterParams& params, unsigned char*& data, uns
     put32(data + 148, 40);
     put32(data + 152, width);
     put32(data + 156, height);
-    put16(data + 160, 1);
+    // The header's planes word would be 1, and after the height's two zero
+    // high bytes that makes 00 00 01 00, a picture start code, which MPEG-2
+    // decoders that take this block as codec data (ffmpeg) stop at for want
+    // of a sequence header. 0 says as much to every reader.
+    put16(data + 160, 0);
     put16(data + 162, 24);
     put32(data + 164, sd ? makeFourCC("MMES") : makeFourCC("M701"));
     put32(data + 196, params.mpeg2HighProfile_ ? 6 : 2);

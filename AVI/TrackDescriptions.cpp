@@ -1,5 +1,6 @@
 #include "AVI/TrackDescriptions.h"
 
+#include <cmath>
 #include <cstring>
 
 #include "AVI/CodecExtraData.h"
@@ -117,6 +118,13 @@ int describeTracks(const Vl::FileWriterParams& params, TrackStructuralData* trac
     v.reserved11 = 1;
     // The word after the two ones carries the frame size.
     v.gopLength = CompressionFormat::getFrameSize(info.compression(), info);
+    // A long-GOP stream's group length is what its index is built for: the
+    // editor's MPEG-2 encoders close a group every 15 frames at the 30 Hz
+    // rates and every 12 at the others.
+    if ((fcc == makeFourCC("MMES") || fcc == makeFourCC("M701")) && v.gopLength <= 1) {
+        const double fps = scale ? double(rate) / scale : 0.0;
+        v.gopLength = std::lround(fps / 30.0) * 30 == std::lround(fps) && fps > 1.0 ? 15 : 12;
+    }
 
     if (params.typeName_ == "AVI") {
         int made = 1;

@@ -43,11 +43,17 @@ bool interlaced(const std::string& scan)
     return scan == "tff" || scan == "bff";
 }
 
-// Whether the essence itself records its scan: uncompressed pictures do not,
-// and ffprobe and GStreamer read AVI's field layout from the essence only.
-bool essenceKnowsScan(const std::string& format)
+// Where ffprobe and GStreamer find a scan: neither reads AVI's field layout,
+// ffprobe reads MPEG-2's picture headers, GStreamer decodes standard-definition
+// DV (it has no decoder for the Matrox MPEG-2 codes).
+bool ffprobeKnowsScan(const std::string& format)
 {
-    return format == "MMES" || format == "M701" || format.rfind("dv", 0) == 0;
+    return format == "MMES" || format == "M701";
+}
+
+bool gstreamerKnowsScan(const std::string& format)
+{
+    return format == "dvsd" || format == "dv25" || format == "dv50";
 }
 
 // "Key: value" lines of gst-discoverer, trimmed.
@@ -113,8 +119,7 @@ TEST_P(RoundTrip, ScanTimecodeAndLengthsAgreeEverywhere)
     auto audio = testutil::probe(path, "a", "stream=duration");
     EXPECT_EQ(video["error"] + audio["error"], "");
     EXPECT_EQ(video["nb_read_packets"], std::to_string(t.frames));
-    // ffprobe takes it from MPEG-2's picture headers only.
-    const std::string order = !essenceKnowsScan(t.format) || std::string(t.format).rfind("dv", 0) == 0 ? "unknown"
+    const std::string order = !ffprobeKnowsScan(t.format)                                  ? "unknown"
                               : t.scan == std::string("tff")                           ? "tt"
                               : t.scan == std::string("bff")                           ? "bb"
                                                                                        : "progressive";
@@ -131,7 +136,7 @@ TEST_P(RoundTrip, ScanTimecodeAndLengthsAgreeEverywhere)
 
     // GStreamer: interlacing where the essence records it, and the duration.
     auto gst = discovered(path);
-    EXPECT_EQ(gst["Interlaced"], essenceKnowsScan(t.format) && interlaced(t.scan) ? "true" : "false");
+    EXPECT_EQ(gst["Interlaced"], gstreamerKnowsScan(t.format) && interlaced(t.scan) ? "true" : "false");
     unsigned h = 0, m = 0;
     double s = -1;
     std::sscanf(gst["Duration"].c_str(), "%u:%u:%lf", &h, &m, &s);
@@ -149,7 +154,19 @@ INSTANTIATE_TEST_SUITE_P(
                     Take{"M101PalBff", "M101", "720x576", "25/1", "bff", "", 10},
                     Take{"M101NtscTff", "M101", "720x486", "30000/1001", "tff", "", 12},
                     Take{"M102HdPsfDropFrame", "M102", "1920x1080", "30000/1001", "psf", "01:00:00;02", 12},
-                    Take{"V210Hd720p50", "v210", "1280x720", "50/1", "progressive", "12:34:56:49", 20}),
+                    Take{"V210Hd720p50", "v210", "1280x720", "50/1", "progressive", "12:34:56:49", 20},
+                    Take{"DvPal", "dvsd", "720x576", "25/1", "bff", "10:00:00:00", 10},
+                    Take{"DvNtscDropFrame", "dvsd", "720x480", "30000/1001", "bff", "00:59:59;29", 12},
+                    Take{"Dv25Ntsc", "dv25", "720x480", "30000/1001", "bff", "", 12},
+                    Take{"Dv50PalTff", "dv50", "720x576", "25/1", "tff", "", 10},
+                    Take{"DvPalProgressive", "dvsd", "720x576", "25/1", "progressive", "", 10},
+                    Take{"DvcproHd1080", "dvh1", "1440x1080", "25/1", "tff", "01:00:00:00", 10},
+                    Take{"MpegSdTff", "MMES", "720x576", "25/1", "tff", "10:00:00:00", 25},
+                    Take{"MpegSdBff", "MMES", "720x480", "30000/1001", "bff", "10:00:00;00", 30},
+                    Take{"MpegHdTff", "M701", "1920x1080", "25/1", "tff", "", 25},
+                    Take{"MpegHd720p50", "M701", "1280x720", "50/1", "progressive", "", 25},
+                    Take{"MpegHdPsf", "M701", "1920x1080", "25/1", "psf", "", 25},
+                    Take{"MjpegPal", "MJPG", "720x576", "25/1", "tff", "", 10}),
     [](const testing::TestParamInfo<Take>& i) { return std::string(i.param.name); });
 
 } // namespace

@@ -140,7 +140,7 @@ TEST(WriterCodecBlocks, Mpeg2ByWidth)
         const std::pair<std::size_t, std::uint32_t> words[] = {
             {0, 44},        {4, makeFourCC("vids")}, {20, 0xE06D8026u}, {48, 0xE06D80E3u},        {68, 136},
             {108, 50000000}, {116, 333667},         {120, 0},           {148, 40},                 {152, c.width},
-            {156, c.height}, {160, 1u | 24u << 16}, {196, c.profile},   {200, c.level},
+            {156, c.height}, {160, 24u << 16}, {196, c.profile},   {200, c.level},
             {164, codes({c.tag})[0]}};
         for (auto [at, want] : words)
             EXPECT_EQ(u32(b, at), want) << c.fcc << " at " << at;

@@ -170,7 +170,8 @@ std::uint64_t CStrl::Create(int nStream, const TrackStructuralData* pTrack)
                 m_cbFixedBufferSize = 120320;
         } else if (isFourCC(fcc, "YUY2", "yuy2") || isFourCC(fcc, "UYVY", "uyvy")) {
             std::memcpy(chunkId, "00db", 4);
-        } else if (isFourCC(fcc, "MMES", "mmes")) {
+        } else if (isFourCC(fcc, "MMES", "mmes") || isFourCC(fcc, "M701", "m701")) {
+            // SD and HD long GOP alike.
             MORVANE_ASSERT(pTrack->pExtraData);
             MORVANE_ASSERT(pTrack->cbExtra == 212);
             // Only look into the media type when its bytes are really there.
@@ -498,7 +499,8 @@ HRESULT CStrl::IndexList_Add(std::uint64_t cbFilesize, const TrackData* pTrackDa
     entry.display =
         pTrackData->dwDisplayNumber != kDisplayNumberNotGiven ? pTrackData->dwDisplayNumber : entry.realLocation;
     entry.ckid = m_ChunkId;
-    entry.flags = AVIIF_KEYFRAME;
+    // Only intra frames are key frames in idx1 too.
+    entry.flags = pTrackData->dwFrameType > 4 ? 0 : AVIIF_KEYFRAME;
     entry.size = pTrackData->cbData;
     entry.position = cbFilesize;
     entry.frameType = pTrackData->dwFrameType > 4 ? pTrackData->dwFrameType : 4;

@@ -105,7 +105,9 @@ HRESULT CStrl::WriteIndexTable(bool& updated)
         if (m_IndexType == AVI_INDEX_SUB_DEFAULT) {
             AVISTDINDEX_ENTRY std = {};
             std.dwOffset = static_cast<std::uint32_t>(entry.position + 8 - B);
-            std.dwSize = entry.size;
+            // Predicted pictures are delta frames, so that readers seek to
+            // the intra frames that start their groups.
+            std.dwSize = entry.size | (entry.frameType > 4 ? AVISTDINDEX_DELTAFRAME : 0);
             std::memcpy(out, &std, sizeof(std));
         } else {
             if (m_bFindIBPIndexRealLocation) {
