@@ -28,11 +28,16 @@ void applyFormatDefaults(RenderOptions& o, bool sizeGiven, bool rateGiven)
         o.rateNum = 60000, o.rateDen = 1001;
 }
 
-std::uint32_t writtenCode(std::uint32_t fcc)
+std::uint32_t writtenCode(std::uint32_t fcc, std::uint32_t width)
 {
     switch (fcc) {
     case makeFourCC("mjpg"): return makeFourCC("MJPG");
     case makeFourCC("mmes"): return makeFourCC("MMES");
+    case makeFourCC("m701"): return makeFourCC("M701");
+    // Other writers' MPEG-2 is the editor's long-GOP MPEG-2, SD or HD by width.
+    case makeFourCC("mpg2"):
+    case makeFourCC("MPG2"):
+        return width > 720 ? makeFourCC("M701") : makeFourCC("MMES");
     default: return fcc;
     }
 }

@@ -20,7 +20,7 @@ void applyFormatDefaults(RenderOptions& options, bool sizeGiven, bool rateGiven)
 
 // The editor's code for writing frames read under fcc as they are: a
 // reader may name the same coding in lower case.
-std::uint32_t writtenCode(std::uint32_t fcc);
+std::uint32_t writtenCode(std::uint32_t fcc, std::uint32_t width);
 
 // The bars encoded for the editor's encoder of a compression.
 class BarsEncoder

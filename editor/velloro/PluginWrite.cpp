@@ -442,9 +442,11 @@ bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
     params.typeName_ = "AVI";
     static_cast<Aud::Metadata&>(params.audioSettings_) = a;
     params.videoCompressionInfo_.setPicture(v);
-    params.videoCompressionInfo_.compression().setFcc(writtenCode(v.image().dataFormat));
+    params.videoCompressionInfo_.compression().setFcc(writtenCode(v.image().dataFormat, v.image().width));
     params.image_ = v.image();
     params.stride_ = v.layout().stride;
+    // The copy starts at the same label as its source.
+    params.startTimecode_ = md.startLabel();
     if (!writerAccepts(writer, params)) {
         error = "unsupported format " + fourccText(v.image().dataFormat) + " at " + std::to_string(v.image().width) +
                 "x" + std::to_string(v.image().height);

@@ -144,7 +144,8 @@ TEST_P(Corpus, ReadsFrameExactAndExportsFrameExact)
 }
 
 // What files of other tools record of their scan and first frame's label,
-// and their sound, as the editor must be told (a label of "" is none).
+// and their sound, as the editor must be told (a label of "" is none), and
+// as velloro export's copies keep them.
 TEST_F(LoadedPlugin, ScanTimecodeAndChannelsAsTheFilesRecordThem)
 {
     struct Case { const char* name; std::uint32_t scan; const char* timecode; std::uint32_t channels; } cases[] = {
@@ -160,20 +161,26 @@ TEST_F(LoadedPlugin, ScanTimecodeAndChannelsAsTheFilesRecordThem)
         {"mpeg2_51", 0, "", 6},
         {"dv50_4ch", 2, "", 4},
     };
+    testutil::TempDir dir;
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
+        // The file as it is, then velloro export's copy of it.
         const std::string path = std::string(VELLORO_CORPUS_DIR) + "/" + c.name + ".avi";
-        std::string error;
-        Vl::Ptr<FileReadInstance> f = velloro::openThrough(*reader_, wide(path), error);
-        ASSERT_TRUE(f) << error;
-        const PlayFileMetadata& md = *f->metadata();
-        if (c.scan) {
-            EXPECT_EQ(md.video().scanMode(), c.scan);
-        }
-        EXPECT_EQ(md.startLabel().text(), c.timecode);
-        EXPECT_EQ(md.audio().audioStreams() ? md.audio().channelsPerStream() : 0, c.channels);
-        if (c.channels) {
-            EXPECT_EQ(md.audio().dataType(), Aud::eDataPcm);
+        const std::string copy = (dir.path() / (std::string(c.name) + ".avi")).string();
+        ASSERT_EQ(std::system(("bin/velloro export -q '" + path + "' '" + copy + "'").c_str()), 0);
+        for (const std::string& file : {path, copy}) {
+            std::string error;
+            Vl::Ptr<FileReadInstance> f = velloro::openThrough(*reader_, wide(file), error);
+            ASSERT_TRUE(f) << error;
+            const PlayFileMetadata& md = *f->metadata();
+            if (c.scan) {
+                EXPECT_EQ(md.video().scanMode(), c.scan) << file;
+            }
+            EXPECT_EQ(md.startLabel().text(), c.timecode) << file;
+            EXPECT_EQ(md.audio().audioStreams() ? md.audio().channelsPerStream() : 0, c.channels) << file;
+            if (c.channels) {
+                EXPECT_EQ(md.audio().dataType(), Aud::eDataPcm) << file;
+            }
         }
     }
 }
