@@ -1,17 +1,22 @@
 // Files whose headers claim more than the file holds, read through the
 // plug-in as the editor reads them: every request ends, and no allocation,
-// the plug-in's or the editor's, is sized by the claim.
+// the plug-in's or the editor's, is sized by the claim. And the read-ahead
+// of clips that have been played is given back once they go idle, open or
+// closed.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstring>
 #include <deque>
 #include <fstream>
 #include <functional>
+#include <thread>
 #include <vector>
 
 #include "avi/AllocationWatch.h"
 #include "common/TempDir.h"
 #include "plugin/plugin_support.h"
+#include "vlhost/ReadAheadSettings.h"
 
 using namespace plugintest;
 
@@ -142,5 +147,51 @@ TEST_P(Claims, EveryRequestEndsAndNothingIsSizedByTheClaim)
 
 INSTANTIATE_TEST_SUITE_P(Headers, Claims, testing::ValuesIn(kClaims),
                          [](const testing::TestParamInfo<Claim>& i) { return std::string(i.param.name); });
+
+// Polls until cond holds; false if it never does. A liveness check of the
+// budget's thread, not a measure of its speed.
+template <class F>
+bool eventually(F cond)
+{
+    for (int k = 0; k < 2000; ++k) {
+        if (cond())
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return cond();
+}
+
+using PlayedClips = LoadedPlugin;
+
+TEST_F(PlayedClips, GiveTheirReadAheadBackWhenIdleAndWhenClosed)
+{
+    vlhost::setReadAheadIdleAfter(std::chrono::milliseconds(20));
+    std::vector<Vl::Ptr<FileReadInstance>> clips;
+    for (const char* name : {"dv_pal.avi", "dv_ntsc.avi", "dv50.avi", "dv_pal.avi"})
+        clips.push_back(reader_->openFile(VlWString(wide(dataPath(name))), FileReadInstance::eOpenForPlayback));
+    std::uint64_t most = 0;
+    for (auto& clip : clips) {
+        ASSERT_TRUE(clip);
+        std::deque<Vl::Ptr<VideoReadRequest>> inFlight;
+        for (unsigned f = 0; f < clip->metadata()->video().lengthInFrames(); ++f) {
+            inFlight.push_back(reader_->readVideoSample(clip, f, false, VideoReadRequest::eCompressed, nullptr,
+                                                        nullptr, true));
+            if (inFlight.size() > 4) {
+                EXPECT_EQ(inFlight.front()->wait(), RequestStatus::eCompleted);
+                inFlight.pop_front();
+            }
+            most = std::max(most, vlhost::readAheadInUse());
+        }
+        for (auto& r : inFlight)
+            EXPECT_EQ(r->wait(), RequestStatus::eCompleted);
+    }
+    EXPECT_GT(most, 0u); // the clips were read through windows
+    EXPECT_LE(most, vlhost::readAheadBudget());
+    // Still open, no longer read: nothing held.
+    EXPECT_TRUE(eventually([] { return vlhost::readAheadInUse() == 0; }));
+    vlhost::setReadAheadIdleAfter(std::chrono::milliseconds(500));
+    clips.clear();
+    EXPECT_EQ(vlhost::readAheadInUse(), 0u);
+}
 
 } // namespace
