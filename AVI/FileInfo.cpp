@@ -355,7 +355,9 @@ void FileInfo::readVideoMetadata()
 {
     ShotVideoMetadata& v = metadata()->video();
     const int vs = static_cast<int>(videoStream_);
-    videoBufferSize_ = reader_->get_BufferSize(vs);
+    // A hint from the header, sizing the block of a group's later frames:
+    // no frame is larger than the file, whatever the header claims.
+    videoBufferSize_ = static_cast<std::uint32_t>(std::min<std::uint64_t>(reader_->get_BufferSize(vs), reader_->getSize()));
     v.setLengthInFrames(reader_->get_Length(vs));
     v.setDataRate(reader_->get_ApproxDataRate(vs));
     v.setGopSize(reader_->get_GopSize(vs));
@@ -450,7 +452,7 @@ void FileInfo::readAudioMetadata()
     Aud::Metadata& a = md.audio();
     const int as = static_cast<int>(audioStream_);
     a.setChannelsPerStream(reader_->get_ChannelCount(as));
-    audioBufferSize_ = reader_->get_BufferSize(as);
+    audioBufferSize_ = static_cast<std::uint32_t>(std::min<std::uint64_t>(reader_->get_BufferSize(as), reader_->getSize()));
     double rate = readTrackRate(as);
 
     const bool hasVideo = md.video().videoTrackCount() != 0;
@@ -478,6 +480,17 @@ void FileInfo::readAudioMetadata()
     case 17: dataType = Aud::eDataImaAdpcm; break;
     case 80: dataType = Aud::eDataMpeg; break;
     default: break;
+    }
+    // A block of PCM holds one sample of every channel. A header that
+    // claims more channels than its blocks can hold (a damaged strf) has
+    // no audio that the editor can play.
+    const Morvane::Avi::AviStream* stream = reader_->get_Stream(as);
+    const std::uint32_t blockAlign = stream ? stream->wfx.nBlockAlign : 0;
+    const std::uint64_t frameBytes = std::uint64_t(a.channelsPerStream()) * ((bits + 7) / 8);
+    if ((dataType == Aud::eDataPcm || dataType == Aud::eDataFloat) && (frameBytes == 0 || frameBytes > blockAlign)) {
+        Log("AVI: audio stream %d: %u channels of %u bits do not fit its blocks of %u bytes; not playable\n", as,
+            a.channelsPerStream(), bits, blockAlign);
+        dataType = Aud::eDataNone;
     }
     a.setDataType(dataType);
     if (dataType != Aud::eDataNone)

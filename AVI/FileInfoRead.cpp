@@ -185,8 +185,23 @@ int FileInfo::readAudio(Aud::StreamBufferList& buffers, Vl::Ptr<AudioReadRequest
     int err = VlErrFromHresult(reader_->essenceOpen(audioStream_ + request->getChannelStream()));
     MORVANE_ASSERT_AT(err != Err_Fail, "AVI/FileInfo line 711");
 
-    const std::uint32_t count = request->getSampleCount();
-    std::uint32_t blockSize = std::max(audioBufferSize_, request->getBytesPerMCS());
+    // The file holds no more blocks than it has bytes: a longer request is
+    // cut to that, so that the block is sized by the file, never by the
+    // count asked for or the channels a header claims.
+    std::uint32_t count = request->getSampleCount();
+    const Morvane::Avi::AviStream* stream = reader_->get_Stream(reader_->get_CurrentStream());
+    const std::uint32_t blockAlign =
+        stream && reader_->get_IsAudio(reader_->get_CurrentStream()) ? stream->wfx.nBlockAlign : 0;
+    const std::uint64_t fileBytes = reader_->getSize();
+    const std::uint64_t slack = 2ull * sectorSize_;
+    if (blockAlign)
+        count = static_cast<std::uint32_t>(
+            std::min<std::uint64_t>({count, fileBytes / blockAlign + 1, (UINT32_MAX - slack) / blockAlign}));
+    // Never more than the reader can put in it: the blocks asked for, or
+    // for what is not audio, the file.
+    const std::uint64_t hint = std::max<std::uint64_t>(audioBufferSize_, request->getBytesPerMCS());
+    const std::uint32_t blockSize = static_cast<std::uint32_t>(
+        std::min(hint, blockAlign ? std::uint64_t(blockAlign) * count : fileBytes + slack));
     Vl::Ptr<ByteBufferImpl> block(new ByteBufferImpl);
     if (!block->alloc(blockSize))
         return result;

@@ -36,10 +36,13 @@ inline std::wstring widen(const std::string& s)
 class ScratchFile
 {
 public:
-    ScratchFile(const char* tag, std::uint32_t sectorSize) : path_(scratchPath(tag)), wpath_(widen(path_))
+    // readFailFrom: reads that reach this offset fail, as on a failing drive (-1: none).
+    ScratchFile(const char* tag, std::uint32_t sectorSize, std::int64_t readFailFrom = -1)
+        : path_(scratchPath(tag)), wpath_(widen(path_))
     {
         vlhost::FileFaults f;
         f.sectorSize = sectorSize;
+        f.readFailFromOffset = readFailFrom;
         vlhost::setFileFaults(wpath_, f);
     }
     ~ScratchFile()

@@ -6,7 +6,9 @@
 
 namespace Aud {
 
-// One buffer per channel, each holding samples of bytesPerSample bytes.
+// One buffer per channel, each holding samples of bytesPerSample bytes; the
+// channels lie one after the other in a single block, so that a list of
+// many channels costs one allocation and one copy, not one per channel.
 class VL_HOST_API StreamBufferList
 {
 public:
@@ -27,7 +29,8 @@ public:
     const unsigned char* channel(std::uint32_t c) const;
 
 private:
-    std::vector<std::vector<unsigned char>> buffers_;
+    std::vector<unsigned char> bytes_;
+    std::uint32_t channels_ = 0;
     std::uint32_t capacity_ = 0;
     std::uint32_t bytesPerSample_ = 0;
     std::uint32_t samples_ = 0;

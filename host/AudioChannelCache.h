@@ -37,11 +37,14 @@ public:
     AudioChannelCache& operator=(const AudioChannelCache&) = delete;
 
     bool contains(const AudioChannelCacheReq& req) const;
-    // The entry's buffers, emptied and sized for req; the entry holds nothing
-    // until markFilled.
+    // The entry's buffers, emptied, for req; the reader's interleaver sizes
+    // them by what it splits. The entry holds nothing until markFilled.
     Aud::StreamBufferList& getBuffers(const AudioChannelCacheReq& req, std::uint32_t channels,
                                       std::uint32_t bytesPerSample);
     void markFilled(const AudioChannelCacheReq& req);
+    // Drops the entry of a request that failed: streams that do not exist
+    // leave nothing behind.
+    void forget(const AudioChannelCacheReq& req);
     // Copies the cached samples into the request's result; false when they are not cached.
     bool getResult(const AudioChannelCacheReq& req, std::uint32_t bytesPerSample, AudioReadRequest& out) const;
     // Requests that contains() found in the cache.

@@ -15,9 +15,9 @@ public:
     std::uint32_t channels() const { return channels_; }
     std::uint32_t bytesPerSample() const { return bytesPerSample_; }
 
-    // At most sampleCount samples, no more than the payload of memory holds
-    // and the buffers take; the buffers' sample count is set to the number
-    // split, which is returned.
+    // At most sampleCount samples, no more than the payload of memory holds;
+    // the buffers are sized to this format and the number split, which is
+    // returned.
     std::uint32_t deinterleaveAudio(std::uint32_t sampleCount, const iMemHolder& memory,
                                     Aud::StreamBufferList& buffers) const;
 

@@ -37,6 +37,7 @@ public:
     bool hasCallback() const;
     void invokeCallback(RequestStatus::eFileReqStatus status);
     RequestStatus::eFileReqStatus wait() const;
+    bool hasCompleted() const;
 
 private:
     struct State;

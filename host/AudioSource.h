@@ -18,8 +18,10 @@ public:
     AudioSource& operator=(const AudioSource&) = delete;
 
     // Copies count samples of every channel of buffers in; waits while the
-    // rings are full. 1, or 0 when the buffers do not match the rings, count
-    // is beyond them, the audio was finished or writing was stopped.
+    // rings are full. 1; the code of the failure that stopped writing, when
+    // it did (also while waiting for room); or 0 when the buffers do not
+    // match the rings, count is beyond them, the audio was finished or
+    // writing was cancelled or is over.
     int copyToCircularBuffer(const StreamBufferList& buffers, std::uint32_t count);
     // No more audio will come. 1.
     int setAudioFinishedEvent();
@@ -32,8 +34,9 @@ protected:
     void takeSamples(std::uint32_t c, unsigned char* to, std::uint32_t n, std::uint32_t toStride);
     // Marks n samples as consumed on every channel.
     void consumeSamples(std::uint32_t n);
-    // Wakes every waiter for good.
-    void stopAudio();
+    // Wakes every waiter for good; a failure's code (not 1) is what the
+    // feeders are then told, 0 for a cancel or the end of writing.
+    void stopAudio(int failure = 0);
     std::uint32_t audioChannels() const;
 
 private:

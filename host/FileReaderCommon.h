@@ -18,23 +18,54 @@ class FileReaderCommon : public FileReaderResource
 public:
     using FileReaderResource::FileReaderResource;
 
+    // Nothing thrown inside a reader (the memory ran out) leaves it: the
+    // open fails, the request completes as failed.
     Vl::Ptr<FileReadInstance> openFile(const VlWString& path, FileReadInstance::OpenType type) override
     {
-        Vl::Ptr<T> file(new T(path, type));
-        if (!file->readMetadata())
+        try {
+            Vl::Ptr<T> file(new T(path, type));
+            if (!file->readMetadata())
+                return nullptr;
+            if (file->metadata()->audio().channelsPerStream() != 0)
+                file->interleaver().setAudioFormat(file->metadata()->audio());
+            return Vl::Ptr<FileReadInstance>(file.get());
+        } catch (...) {
             return nullptr;
-        if (file->metadata()->audio().channelsPerStream() != 0)
-            file->interleaver().setAudioFormat(file->metadata()->audio());
-        return Vl::Ptr<FileReadInstance>(file.get());
+        }
     }
 
     void VlFileIxCache_open(Vl::Ptr<FileReadInstance>& instance, Vl::Ptr<IndexInfo>& record, unsigned frame) override
     {
-        if (Vl::Ptr<T> file = Vl::dynamicCast<T>(instance))
-            file->VlFileIxCache_open(record, frame);
+        try {
+            if (Vl::Ptr<T> file = Vl::dynamicCast<T>(instance))
+                file->VlFileIxCache_open(record, frame);
+        } catch (...) {
+            record = nullptr;
+        }
     }
 
     int readVideo(Vl::Ptr<VideoReadRequest>& request) override
+    {
+        try {
+            return serveVideo(request);
+        } catch (...) {
+            failRequest(request, nullptr);
+            return RequestStatus::eFailed;
+        }
+    }
+
+    int readAudio(Vl::Ptr<AudioReadRequest>& request) override
+    {
+        try {
+            return serveAudio(request);
+        } catch (...) {
+            failRequest(nullptr, request);
+            return RequestStatus::eFailed;
+        }
+    }
+
+private:
+    int serveVideo(Vl::Ptr<VideoReadRequest>& request)
     {
         TimedTaskScope timing(TimedTaskManager::getTimedTask("VlResources/VlFileReader"), "readVideo");
         Vl::Ptr<T> file = Vl::dynamicCast<T>(request->getFileInstance());
@@ -53,7 +84,7 @@ public:
         return status;
     }
 
-    int readAudio(Vl::Ptr<AudioReadRequest>& request) override
+    int serveAudio(Vl::Ptr<AudioReadRequest>& request)
     {
         Vl::Ptr<T> file = Vl::dynamicCast<T>(request->getFileInstance());
         int status = RequestStatus::eFailed;
@@ -74,6 +105,8 @@ public:
                     cache.markFilled(key);
                     if (!cache.getResult(key, bytesPerSample, *request))
                         status = RequestStatus::eFailed;
+                } else {
+                    cache.forget(key);
                 }
             }
             request->setStatus(static_cast<RequestStatus::eFileReqStatus>(status));

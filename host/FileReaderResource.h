@@ -59,6 +59,9 @@ public:
 
 protected:
     void addFileType(const VlWString& type);
+    // Completes a request that its reader could not finish (it threw), so
+    // that no one waits on it for ever.
+    static void failRequest(const Vl::Ptr<VideoReadRequest>& video, const Vl::Ptr<AudioReadRequest>& audio);
 
 private:
     struct Queue;

@@ -38,6 +38,7 @@ public:
 
     // Records the outcome, tells the resource, wakes wait().
     void requestHasCompleted(RequestStatus::eFileReqStatus status);
+    bool hasCompleted() const;
     RequestStatus::eFileReqStatus wait() const;
 
     // For the resource: the callback, if any, with the final status.

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Builds the container's libFuzzer targets (clang, ASan+UBSan) and runs them.
+# Builds the libFuzzer targets (clang, ASan+UBSan) and runs them: the
+# container's, and the plug-in driven through the stand-in's reader resource.
 #
 #   scripts/fuzz.sh build                  configure and build build-fuzz/
 #   scripts/fuzz.sh run TARGET SECONDS     fuzz one target; new inputs go to build-fuzz/corpus/TARGET
@@ -13,13 +14,14 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 BUILD=${VELLORO_FUZZ_BUILD:-build-fuzz}
-TARGETS=(fuzz_reader_open fuzz_reader_read fuzz_index fuzz_writer_roundtrip fuzz_timecode fuzz_repair)
+TARGETS=(fuzz_reader_open fuzz_reader_read fuzz_index fuzz_writer_roundtrip fuzz_timecode fuzz_repair
+    fuzz_plugin_reader)
 LIMITS=(-rss_limit_mb=2560 -malloc_limit_mb=512 -timeout=25)
 
 build() {
     cmake -S . -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
         -DCMAKE_C_COMPILER=clang -DCMAKE_CXX_COMPILER=clang++ -DVELLORO_FUZZ=ON -DVELLORO_TESTS=OFF >/dev/null
-    cmake --build "$BUILD" --target fuzzers
+    cmake --build "$BUILD" --target fuzzers -j "${VELLORO_JOBS:-2}"
 }
 
 known() {
@@ -35,16 +37,28 @@ options() {
     local opts=("${LIMITS[@]}" -dict=fuzz/avi.dict -print_final_stats=1)
     case $t in
         fuzz_reader_open|fuzz_reader_read|fuzz_repair) opts+=(-max_len=131072) ;;
+        # Clips of up to a MiB: the header, index and first frames of the
+        # real-world corpus; each input is one clip open in the editor.
+        fuzz_plugin_reader) opts+=(-max_len=1048576 -timeout=10) ;;
         fuzz_timecode) opts+=(-close_fd_mask=2) ;; # its parser reports bad text on stderr
     esac
     printf '%s\n' "${opts[@]}"
 }
 
 # The test files small enough to fuzz from, as seeds of the reader targets.
+# The plug-in's target takes the real-world corpus too (scripts/make-corpus.sh,
+# as ctest makes it in build/corpus) when it is there: files up to 4 MB, of
+# which the fuzzer keeps the first MiB.
 seeds() {
-    local dir="$BUILD/seeds"
+    local dir="$BUILD/seeds/$1"
     mkdir -p "$dir"
-    find tests/data -maxdepth 1 -name '*.avi' -size -128k -exec cp -u {} "$dir/" \;
+    if [ "$1" = fuzz_plugin_reader ]; then
+        find tests/data -maxdepth 1 -name '*.avi' -exec cp -u {} "$dir/" \;
+        local corpus=${VELLORO_CORPUS_DIR:-build/corpus}
+        [ -d "$corpus" ] && find "$corpus" -maxdepth 1 -name '*.avi' -size -4096k -exec cp -u {} "$dir/" \;
+    else
+        find tests/data -maxdepth 1 -name '*.avi' -size -128k -exec cp -u {} "$dir/" \;
+    fi
     echo "$dir"
 }
 
@@ -54,7 +68,7 @@ run() {
     local work="$BUILD/corpus/$t"
     mkdir -p "$work" "$BUILD/artifacts" "fuzz/corpus/$t"
     local dirs=("$work" "fuzz/corpus/$t")
-    case $t in fuzz_reader_*|fuzz_repair) dirs+=("$(seeds)") ;; esac
+    case $t in fuzz_reader_*|fuzz_repair|fuzz_plugin_reader) dirs+=("$(seeds "$t")") ;; esac
     [ -d "fuzz/regressions/$t" ] && dirs+=("fuzz/regressions/$t")
     mapfile -t opts < <(options "$t")
     "$BUILD/bin/$t" "${opts[@]}" -max_total_time="$seconds" -artifact_prefix="$BUILD/artifacts/$t-" "${dirs[@]}"

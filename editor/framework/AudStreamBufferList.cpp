@@ -9,7 +9,12 @@ StreamBufferList& StreamBufferList::operator=(const StreamBufferList&) = default
 
 void StreamBufferList::reset(std::uint32_t channels, std::uint32_t capacity, std::uint32_t bytesPerSample)
 {
-    buffers_.assign(channels, std::vector<unsigned char>(std::size_t(capacity) * bytesPerSample));
+    // Sizes past what memory can hold leave the list empty.
+    const unsigned __int128 n = static_cast<unsigned __int128>(channels) * capacity * bytesPerSample;
+    if (n > bytes_.max_size())
+        channels = capacity = 0;
+    bytes_.assign(static_cast<std::size_t>(std::size_t(channels) * capacity * bytesPerSample), 0);
+    channels_ = channels;
     capacity_ = capacity;
     bytesPerSample_ = bytesPerSample;
     samples_ = 0;
@@ -17,7 +22,7 @@ void StreamBufferList::reset(std::uint32_t channels, std::uint32_t capacity, std
 
 std::uint32_t StreamBufferList::channels() const
 {
-    return static_cast<std::uint32_t>(buffers_.size());
+    return channels_;
 }
 
 void StreamBufferList::setSamples(std::uint32_t n)
@@ -27,12 +32,12 @@ void StreamBufferList::setSamples(std::uint32_t n)
 
 unsigned char* StreamBufferList::channel(std::uint32_t c)
 {
-    return c < buffers_.size() ? buffers_[c].data() : nullptr;
+    return c < channels_ ? bytes_.data() + std::size_t(c) * capacity_ * bytesPerSample_ : nullptr;
 }
 
 const unsigned char* StreamBufferList::channel(std::uint32_t c) const
 {
-    return c < buffers_.size() ? buffers_[c].data() : nullptr;
+    return c < channels_ ? bytes_.data() + std::size_t(c) * capacity_ * bytesPerSample_ : nullptr;
 }
 
 } // namespace Aud

@@ -22,7 +22,9 @@ Aud::StreamBufferList& AudioChannelCache::getBuffers(const AudioChannelCacheReq&
     CacheEntry& e = entries_[req.stream];
     e.req = req;
     e.filled = false;
-    e.buffers.reset(channels, req.count, bytesPerSample);
+    // Nothing is allocated for the count asked: the reader's interleaver
+    // sizes the buffers by the samples the file gave.
+    e.buffers.reset(channels, 0, bytesPerSample);
     return e.buffers;
 }
 
@@ -31,6 +33,13 @@ void AudioChannelCache::markFilled(const AudioChannelCacheReq& req)
     auto it = entries_.find(req.stream);
     if (it != entries_.end() && it->second.req == req)
         it->second.filled = true;
+}
+
+void AudioChannelCache::forget(const AudioChannelCacheReq& req)
+{
+    auto it = entries_.find(req.stream);
+    if (it != entries_.end() && it->second.req == req)
+        entries_.erase(it);
 }
 
 bool AudioChannelCache::getResult(const AudioChannelCacheReq& req, std::uint32_t bytesPerSample,

@@ -13,14 +13,18 @@ std::uint32_t AudioInterleaver::deinterleaveAudio(std::uint32_t sampleCount, con
                                                   Aud::StreamBufferList& buffers) const
 {
     const std::uint32_t bps = bytesPerSample_;
-    if (channels_ == 0 || bps == 0 || bps > 4 || buffers.channels() < channels_ || buffers.bytesPerSample() != bps) {
-        buffers.setSamples(0);
+    if (channels_ == 0 || bps == 0 || bps > 4) {
+        buffers.reset(buffers.channels(), 0, buffers.bytesPerSample());
         return 0;
     }
+    // The buffers are sized by the samples that the payload holds, never
+    // by the count asked for or the channels claimed: a header that claims
+    // thousands of channels costs what its bytes cost.
     const std::uint64_t frameBytes = std::uint64_t(channels_) * bps;
-    std::uint64_t n = std::min<std::uint64_t>({sampleCount, memory.used() / frameBytes, buffers.capacity()});
+    const std::uint64_t n = std::min<std::uint64_t>(sampleCount, memory.used() / frameBytes);
+    buffers.reset(channels_, static_cast<std::uint32_t>(n), bps);
     const unsigned char* in = memory.data() + memory.dataOffset();
-    for (std::uint32_t c = 0; c < channels_; ++c) {
+    for (std::uint32_t c = 0; c < channels_ && n; ++c) {
         unsigned char* out = buffers.channel(c);
         const unsigned char* from = in + std::size_t(c) * bps;
         for (std::uint64_t s = 0; s < n; ++s)

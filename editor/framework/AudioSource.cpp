@@ -20,6 +20,7 @@ struct AudioSource::Ring
     std::uint64_t writePos = 0; // samples put in, ever
     bool finished = false;
     bool stopped = false;
+    int failure = 0; // why it was stopped, for the feeders
     std::mutex mutex;
     std::condition_variable changed;
 
@@ -50,12 +51,14 @@ int AudioSource::copyToCircularBuffer(const StreamBufferList& buffers, std::uint
         return 0;
     std::uint32_t done = 0;
     std::unique_lock lock(r.mutex);
+    if (r.stopped)
+        return r.failure;
     if (r.finished)
         return 0;
     while (done < count) {
         r.changed.wait(lock, [&] { return r.stopped || r.available() < r.capacity; });
         if (r.stopped)
-            return 0;
+            return r.failure;
         std::uint32_t room = static_cast<std::uint32_t>(r.capacity - r.available());
         std::uint32_t n = std::min(room, count - done);
         for (std::uint32_t c = 0; c < r.channels; ++c) {
@@ -116,9 +119,11 @@ void AudioSource::consumeSamples(std::uint32_t n)
     r.changed.notify_all();
 }
 
-void AudioSource::stopAudio()
+void AudioSource::stopAudio(int failure)
 {
     std::lock_guard lock(ring_->mutex);
+    if (!ring_->stopped && failure != 1)
+        ring_->failure = failure;
     ring_->stopped = true;
     ring_->changed.notify_all();
 }

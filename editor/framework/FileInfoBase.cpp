@@ -176,9 +176,9 @@ void FileInfoBase::threadFn()
             s.changed.notify_all();
         }
         // No audio is taken after a failure: whoever waits for room in the
-        // rings is refused now rather than never woken.
+        // rings is refused now, with the failure's code, rather than never woken.
         if (stop)
-            stopAudio();
+            stopAudio(result);
     }
     {
         std::lock_guard lock(s.mutex);

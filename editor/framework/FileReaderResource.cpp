@@ -5,6 +5,7 @@
 #include <cwctype>
 #include <deque>
 #include <mutex>
+#include <system_error>
 #include <thread>
 #include <vector>
 
@@ -90,19 +91,40 @@ void FileReaderResource::serve(Queue& q)
         ++q.inFlight;
         q.peak = std::max(q.peak, q.inFlight);
         lock.unlock();
-        if (job.video && job.wholeGroup) {
-            Vl::Ptr<FileReadInstance> file = job.video->getFileInstance();
-            VlFileIxCache_open(file, job.video->getIndexInfo(), job.video->getFrame());
+        try {
+            if (job.video && job.wholeGroup) {
+                Vl::Ptr<FileReadInstance> file = job.video->getFileInstance();
+                VlFileIxCache_open(file, job.video->getIndexInfo(), job.video->getFrame());
+            }
+            if (job.video)
+                readVideo(job.video);
+            else
+                readAudio(job.audio);
+        } catch (...) {
+            // A reader that throws (the editor's memory ran out) fails its
+            // request: whoever waits on it is told so, not left waiting.
+            failRequest(job.video, job.audio);
         }
-        if (job.video)
-            readVideo(job.video);
-        else
-            readAudio(job.audio);
         job = Queue::Job(); // the request is released outside the queue's lock
         lock.lock();
         --q.inFlight;
         if (--q.queued == 0)
             q.idle.notify_all();
+    }
+}
+
+void FileReaderResource::failRequest(const Vl::Ptr<VideoReadRequest>& video, const Vl::Ptr<AudioReadRequest>& audio)
+{
+    try {
+        if (video && !video->hasCompleted())
+            video->requestHasCompleted(RequestStatus::eFailed);
+        if (audio && !audio->hasCompleted()) {
+            audio->setStatus(RequestStatus::eFailed);
+            if (audio->hasCallback())
+                audio->invokeCallback(RequestStatus::eFailed);
+        }
+    } catch (...) {
+        // A callback that throws as well: the request is marked failed already.
     }
 }
 
@@ -113,8 +135,15 @@ bool FileReaderResource::enqueue(Vl::Ptr<VideoReadRequest> video, Vl::Ptr<AudioR
         return false;
     if (queue_->workers.empty()) {
         std::uint32_t n = std::max<std::uint32_t>(getMaxRequests(), 1);
-        for (std::uint32_t i = 0; i < n; ++i)
-            queue_->workers.emplace_back([this] { serve(*queue_); });
+        // As many workers as the system gives; with none, the caller's
+        // thread serves the request.
+        try {
+            for (std::uint32_t i = 0; i < n; ++i)
+                queue_->workers.emplace_back([this] { serve(*queue_); });
+        } catch (const std::system_error&) {
+            if (queue_->workers.empty())
+                return false;
+        }
     }
     queue_->jobs.push_back({std::move(video), std::move(audio), wholeGroup});
     ++queue_->queued;

@@ -86,6 +86,12 @@ RequestStatus::eFileReqStatus VideoReadRequest::wait() const
     return state_->status;
 }
 
+bool VideoReadRequest::hasCompleted() const
+{
+    std::lock_guard lock(state_->mutex);
+    return state_->finished;
+}
+
 struct AudioReadRequest::State
 {
     mutable std::mutex mutex;
@@ -158,4 +164,10 @@ RequestStatus::eFileReqStatus AudioReadRequest::wait() const
     std::unique_lock lock(state_->mutex);
     state_->done.wait(lock, [this] { return state_->finished; });
     return state_->status;
+}
+
+bool AudioReadRequest::hasCompleted() const
+{
+    std::lock_guard lock(state_->mutex);
+    return state_->finished;
 }

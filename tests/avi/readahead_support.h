@@ -8,6 +8,8 @@
 #include <random>
 #include <vector>
 
+#include "host/iFile.h"
+
 namespace readaheadtest {
 
 constexpr std::uint64_t kMiB = 1 << 20;
@@ -35,5 +37,44 @@ inline std::vector<unsigned> inFlightOrder(unsigned count, unsigned seed)
         std::shuffle(order.begin() + b, order.begin() + b + 8, rng);
     return order;
 }
+
+// A file in memory whose every 4-byte word holds its own position, counting
+// the disk reads made on it; reads touching failFrom or past it fail.
+class MemoryFile : public iFile
+{
+public:
+    explicit MemoryFile(std::uint64_t size) : bytes_(size)
+    {
+        for (std::uint64_t p = 0; p + 4 <= size; p += 4) {
+            auto v = static_cast<std::uint32_t>(p);
+            std::memcpy(&bytes_[p], &v, 4);
+        }
+    }
+    std::uint64_t read(void* buf, std::uint64_t n) override
+    {
+        ++reads;
+        bytesRead += n;
+        std::uint64_t end = std::min<std::uint64_t>({pos_ + n, bytes_.size(), failFrom});
+        if (pos_ >= end)
+            return 0;
+        std::memcpy(buf, &bytes_[pos_], end - pos_);
+        std::uint64_t got = end - pos_;
+        pos_ = end;
+        return got;
+    }
+    bool write(const void*, std::uint64_t) override { return false; }
+    bool setPosition(std::uint64_t pos) override { return pos_ = pos, true; }
+    bool sync() override { return true; }
+    std::uint64_t getPosition() const override { return pos_; }
+    std::uint64_t getSize() const override { return bytes_.size(); }
+
+    unsigned reads = 0;
+    std::uint64_t bytesRead = 0;
+    std::uint64_t failFrom = UINT64_MAX;
+
+private:
+    std::vector<unsigned char> bytes_;
+    std::uint64_t pos_ = 0;
+};
 
 } // namespace readaheadtest

@@ -11,45 +11,6 @@ using namespace readaheadtest;
 
 namespace {
 
-// A file in memory whose every 4-byte word holds its own position, counting
-// the disk reads made on it; reads touching failFrom or past it fail.
-class MemoryFile : public iFile
-{
-public:
-    explicit MemoryFile(std::uint64_t size) : bytes_(size)
-    {
-        for (std::uint64_t p = 0; p + 4 <= size; p += 4) {
-            auto v = static_cast<std::uint32_t>(p);
-            std::memcpy(&bytes_[p], &v, 4);
-        }
-    }
-    std::uint64_t read(void* buf, std::uint64_t n) override
-    {
-        ++reads;
-        bytesRead += n;
-        std::uint64_t end = std::min<std::uint64_t>({pos_ + n, bytes_.size(), failFrom});
-        if (pos_ >= end)
-            return 0;
-        std::memcpy(buf, &bytes_[pos_], end - pos_);
-        std::uint64_t got = end - pos_;
-        pos_ = end;
-        return got;
-    }
-    bool write(const void*, std::uint64_t) override { return false; }
-    bool setPosition(std::uint64_t pos) override { return pos_ = pos, true; }
-    bool sync() override { return true; }
-    std::uint64_t getPosition() const override { return pos_; }
-    std::uint64_t getSize() const override { return bytes_.size(); }
-
-    unsigned reads = 0;
-    std::uint64_t bytesRead = 0;
-    std::uint64_t failFrom = UINT64_MAX;
-
-private:
-    std::vector<unsigned char> bytes_;
-    std::uint64_t pos_ = 0;
-};
-
 // Requests of n bytes every step bytes from start, count of them delivered
 // as inFlightOrder gives them; how many the window served.
 unsigned walk(ReadAhead& ra, MemoryFile& f, std::uint64_t start, std::uint64_t step, std::uint64_t n, unsigned count,
@@ -187,15 +148,22 @@ TEST(ReadAhead, WindowMemoryIsAlignedForDirectReads)
 {
     // A window off a page would make every direct read of it go through the
     // page cache on a disk that asks for aligned memory.
+    struct Owner : Vl::ReadAheadClient
+    {
+        bool giveBack() override { return false; }
+    } owner;
+    Vl::ReadAheadBudget::join(owner);
     Morvane::Avi::WindowBuffer w;
     for (auto [ask, alignment] : {std::pair<std::uint64_t, std::uint64_t>{70000, 4096}, {3u << 20, 2u << 20}}) {
-        ASSERT_TRUE(w.reserve(ask));
+        ASSERT_TRUE(w.reserve(owner, ask));
         EXPECT_EQ(reinterpret_cast<std::uintptr_t>(w.data()) % alignment, 0u) << ask;
         EXPECT_GE(w.capacity(), ask);
     }
     unsigned char* kept = w.data();
-    ASSERT_TRUE(w.reserve(1u << 20));
+    ASSERT_TRUE(w.reserve(owner, 1u << 20));
     EXPECT_EQ(w.data(), kept); // a smaller window reuses the memory
+    w.reset();
+    Vl::ReadAheadBudget::leave(owner);
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <new>
 #include <vector>
 
 #include "Md5.h"
@@ -91,6 +92,46 @@ TEST_F(InFlight, SeveralFilesVideoAndAudioAtOnce)
     }
     reader_->waitForIdle();
     EXPECT_LE(reader_->peakInFlight(), 32u);
+}
+
+// A reader whose reads throw, as when the editor's memory runs out: every
+// request in flight still completes, as failed, and the queue goes idle.
+class Throwing : public Vl::FileReaderResource
+{
+public:
+    Throwing() : Vl::FileReaderResource("throwing", 1) {}
+    ~Throwing() override { stopRequests(); }
+    Vl::Ptr<FileReadInstance> openFile(const VlWString&, FileReadInstance::OpenType) override { return nullptr; }
+    int isFileFormatSupported(const VlWString&, FileReadInstance::OpenType, const PlayFileMetadata&) override
+    {
+        return 0;
+    }
+    void VlFileIxCache_open(Vl::Ptr<FileReadInstance>&, Vl::Ptr<IndexInfo>&, unsigned) override
+    {
+        throw std::bad_alloc();
+    }
+    std::uint32_t getMaxRequests() const override { return 4; }
+    int readVideo(Vl::Ptr<VideoReadRequest>&) override { throw std::bad_alloc(); }
+    std::uint32_t getOutputImageFormat(Vl::Ptr<FileReadInstance>&) override { return 0; }
+    int readAudio(Vl::Ptr<AudioReadRequest>&) override { throw std::bad_alloc(); }
+};
+
+TEST(Requests, AReaderThatThrowsFailsItsRequestsInsteadOfLeavingThemWaiting)
+{
+    Throwing reader;
+    std::vector<Vl::Ptr<VideoReadRequest>> video;
+    std::vector<Vl::Ptr<AudioReadRequest>> audio;
+    for (unsigned k = 0; k < 16; ++k) {
+        video.push_back(reader.readVideoSample(nullptr, k, k % 2 == 0, VideoReadRequest::eCompressed, nullptr,
+                                               nullptr, true));
+        audio.emplace_back(new AudioReadRequest(nullptr, 0, k, 100));
+        reader.readAudioSample(audio.back(), true);
+    }
+    for (auto& r : video)
+        EXPECT_EQ(r->wait(), RequestStatus::eFailed);
+    for (auto& r : audio)
+        EXPECT_EQ(r->wait(), RequestStatus::eFailed);
+    reader.waitForIdle();
 }
 
 } // namespace

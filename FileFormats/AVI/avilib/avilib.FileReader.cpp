@@ -166,7 +166,11 @@ HRESULT FileReader::load(const std::wstring& path)
         setLastError(L"'hdrl' chunk is too large.");
         return E_FAIL;
     }
-    return ParseChunkData();
+    hr = ParseChunkData();
+    // Parsed: an open file keeps what the header said, not the header's
+    // bytes (an editor keeps hundreds of files open).
+    m_HeaderBuffer.reset();
+    return hr;
 }
 
 HRESULT FileReader::ReaderHeader()
@@ -174,6 +178,12 @@ HRESULT FileReader::ReaderHeader()
     if (!isOpen()) {
         setLastError(L"no file loaded.");
         return E_UNEXPECTED;
+    }
+    // Given back after the last parse: taken again for this one.
+    if (m_HeaderBuffer.getCapacity() < m_cbHeaderBufferSize &&
+        !m_HeaderBuffer.alloc(m_cbHeaderBufferSize + 2ul * getSectorSize())) {
+        setLastError(L"Failed to allocate header buffer memory.");
+        return E_OUTOFMEMORY;
     }
     HRESULT hr = seek(0, 0);
     unsigned int actual = 0;
@@ -642,9 +652,9 @@ HRESULT FileReader::updateMetadata()
     int current = m_nCurrentStream;
     m_ReadAhead.clear(); // the file may have grown since the window was read
     HRESULT hr = ReaderHeader();
-    if (FAILED(hr))
-        return hr;
-    hr = ParseChunkData();
+    if (SUCCEEDED(hr))
+        hr = ParseChunkData();
+    m_HeaderBuffer.reset();
     if (FAILED(hr))
         return hr;
     if (ValidStream(current))

@@ -91,6 +91,15 @@ HRESULT FileReader::ReadVideo(unsigned int first, unsigned int count, unsigned c
     }
     std::uint64_t start = positions.front();
     std::uint64_t span = end - start;
+    // Bytes that the file does not have are a failed read, found before
+    // the caller grows a buffer for a size that only the index claims.
+    // The codes are those of the read itself: nothing at all to read fails,
+    // a read cut short by the end of the file is an end of file.
+    const std::uint64_t fileSize = getSize();
+    if (start > fileSize || span > fileSize - start) {
+        setLastError(Morvane::format(L"Frame[%u] Failed to read from disk. ", first));
+        return start - start % getSectorSize() >= fileSize ? E_FAIL : E_HANDLE_EOF;
+    }
     if (span > bufSize)
         return E_BUFFER_TOO_SMALL;
 

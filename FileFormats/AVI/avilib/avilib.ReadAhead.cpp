@@ -8,10 +8,64 @@
 
 namespace Morvane::Avi {
 
+ReadAhead::ReadAhead()
+{
+    Vl::ReadAheadBudget::join(*this);
+}
+
 ReadAhead::~ReadAhead()
 {
-    if (reader_.joinable())
-        reader_.join();
+    {
+        std::lock_guard lock(mutex_);
+        clearLocked();
+    }
+    Vl::ReadAheadBudget::leave(*this);
+}
+
+std::uint64_t ReadAhead::held() const
+{
+    std::lock_guard lock(mutex_);
+    std::uint64_t n = 0;
+    for (const Window& w : windows_)
+        n += w.bytes.capacity();
+    return n;
+}
+
+// From the budget's thread, once this file has gone idle or another needs
+// the room: the windows go, and the next forward run starts afresh.
+bool ReadAhead::giveBack()
+{
+    std::unique_lock lock(mutex_, std::try_to_lock);
+    if (!lock.owns_lock())
+        return false;
+    clearLocked();
+    return true;
+}
+
+bool ReadAhead::sizeWindows()
+{
+    const std::uint64_t share = Vl::ReadAheadBudget::share(*this);
+    maxWindow_ = std::min(kMaxWindow, share / 4 & ~std::uint64_t(0xFFFF));
+    minWindow_ = std::min(kMinWindow, maxWindow_);
+    nextWindow_ = std::clamp(nextWindow_, minWindow_, std::max(minWindow_, maxWindow_));
+    runWindow_ = std::clamp(runWindow_, minWindow_, std::max(minWindow_, maxWindow_));
+    return maxWindow_ >= kLeastWindow;
+}
+
+// A window's memory, within this file's share: when the share has shrunk
+// since the other windows were taken (more files are being played), they
+// go first, so that the file goes on with smaller windows.
+bool ReadAhead::reserve(WindowBuffer& bytes, std::uint64_t n)
+{
+    if (bytes.reserve(*this, n))
+        return true;
+    for (Window& w : windows_) {
+        if (&w.bytes != &bytes && &w != &windows_[newest_] && &w != &windows_[next_]) {
+            w.bytes.reset();
+            w.length = 0;
+        }
+    }
+    return bytes.reserve(*this, n);
 }
 
 bool ReadAhead::near(std::uint64_t pos) const
@@ -49,7 +103,7 @@ bool ReadAhead::fill(iFile& file, std::uint64_t pos, std::uint64_t size, bool ne
     if (pos >= left)
         return false;
     size = std::min(size, ((left - pos) + 0xFFFF) & ~std::uint64_t(0xFFFF));
-    if (!w.bytes.reserve(size))
+    if (!reserve(w.bytes, size))
         return false;
     if (!file.setPosition(pos))
         return false;
@@ -64,7 +118,7 @@ bool ReadAhead::fill(iFile& file, std::uint64_t pos, std::uint64_t size, bool ne
 std::uint64_t ReadAhead::grow()
 {
     std::uint64_t size = nextWindow_;
-    nextWindow_ = std::min(nextWindow_ * 2, kMaxWindow);
+    nextWindow_ = std::min(nextWindow_ * 2, maxWindow_);
     return size;
 }
 
@@ -80,7 +134,7 @@ bool ReadAhead::note(std::uint64_t pos, std::uint64_t n)
         runBytes_ += n;
     } else {
         streak_ = 0;
-        nextWindow_ = kMinWindow;
+        nextWindow_ = minWindow_;
         runLow_ = pos;
         runHigh_ = pos + n;
         runBytes_ = n;
@@ -91,6 +145,9 @@ bool ReadAhead::note(std::uint64_t pos, std::uint64_t n)
 
 bool ReadAhead::read(iFile& file, std::uint64_t pos, std::uint64_t n, unsigned char* out)
 {
+    std::lock_guard lock(mutex_);
+    if (windows_[newest_].length)
+        Vl::ReadAheadBudget::touch(*this);
     // Large frames are read alone (or copied from a group's window) and
     // take no part in the run: counted in, they would make the audio chunks
     // between them look like a dense run, worth windows that read the
@@ -106,11 +163,11 @@ bool ReadAhead::read(iFile& file, std::uint64_t pos, std::uint64_t n, unsigned c
     if (copy(pos, n, out)) {
         // Only a run that has needed a window of its own reads ahead: the
         // frames of one group, copied from the group's window, are no run.
-        if (forward && nextWindow_ > kMinWindow)
+        if (forward && nextWindow_ > minWindow_)
             readNext(file, pos, n);
         return true;
     }
-    if (streak_ < 2 || sparse())
+    if (streak_ < 2 || sparse() || !sizeWindows())
         return false;
     const Window& newest = windows_[newest_];
     // A request delivered late, just before the newest window, is read
@@ -122,10 +179,15 @@ bool ReadAhead::read(iFile& file, std::uint64_t pos, std::uint64_t n, unsigned c
     // from both. A new window takes in the run's first requests when they
     // are close, for those of them still to be delivered.
     std::uint64_t start = pos;
-    if (newest.whole && pos >= newest.start && pos + n > newest.end() && pos + n - newest.end() <= kMaxWindow)
+    if (newest.whole && pos >= newest.start && pos + n > newest.end() && pos + n - newest.end() <= maxWindow_)
         start = newest.end();
-    else if (pos - runLow_ <= kMinWindow / 2)
+    else if (pos - runLow_ <= minWindow_ / 2)
         start = runLow_;
+    // A window never outgrows the file's share, whatever the request.
+    if (pos + n - start > maxWindow_)
+        start = pos;
+    if (n > maxWindow_)
+        return false;
     if (!fill(file, start, std::max(grow(), pos + n - start)) || !copy(pos, n, out))
         return false;
     readNext(file, pos, n);
@@ -168,6 +230,9 @@ bool ReadAhead::spanned(std::uint64_t pos, std::uint64_t n, const Window** first
 
 bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
 {
+    std::lock_guard lock(mutex_);
+    if (windows_[newest_].length)
+        Vl::ReadAheadBudget::touch(*this);
     if (n == 0 || n > kMaxRun)
         return false;
     // Groups follow each other even when other reads come between them: a
@@ -180,10 +245,13 @@ bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
     // Groups read ahead once their run has grown to whole windows: a scrub
     // over a few seconds of material keeps landing near the last group.
     if (spanned(pos, n)) {
-        if (followsRun && windows_[newest_].length >= kMaxWindow)
+        if (followsRun && windows_[newest_].length >= maxWindow_)
             readNext(file, pos, n);
         return true;
     }
+    // A group larger than half the file's share is read frame by frame.
+    if (!sizeWindows() || n > 2 * maxWindow_)
+        return false;
     const bool onward = (note(pos, n) && !sparse()) || followsRun;
     const Window& newest = windows_[newest_];
     // A group delivered late, before the newest window, is read alone and
@@ -197,18 +265,24 @@ bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
     std::uint64_t start = pos;
     std::uint64_t size = n;
     if (onward) {
-        if (runWindow_ > kMinWindow && newest.whole && newest.length && pos + n > newest.end() &&
-            pos + n - newest.end() <= kMaxRun)
+        if (runWindow_ > minWindow_ && newest.whole && newest.length && pos + n > newest.end() &&
+            pos + n - newest.end() <= 2 * maxWindow_)
             start = newest.end();
         size = std::max(pos + n - start, runWindow_);
-        runWindow_ = std::min(runWindow_ * 2, kMaxWindow);
+        runWindow_ = std::min(runWindow_ * 2, maxWindow_);
     } else {
-        runWindow_ = kMinWindow;
+        runWindow_ = minWindow_;
     }
     return fill(file, start, size) && spanned(pos, n);
 }
 
 void ReadAhead::clear()
+{
+    std::lock_guard lock(mutex_);
+    clearLocked();
+}
+
+void ReadAhead::clearLocked()
 {
     if (reader_.joinable())
         reader_.join();
@@ -225,12 +299,14 @@ void ReadAhead::clear()
     next_ = 3;
     lastEnd_ = runLow_ = runHigh_ = runBytes_ = runEnd_ = 0;
     streak_ = 0;
-    nextWindow_ = runWindow_ = kMinWindow;
+    nextWindow_ = runWindow_ = minWindow_ = kMinWindow;
+    maxWindow_ = kMaxWindow;
 }
 
 void ReadAhead::readNextInBackground(const std::wstring& path, iFile::eFlags flags)
 {
-    clear();
+    std::lock_guard lock(mutex_);
+    clearLocked();
     path_ = path;
     flags_ = flags;
 }
@@ -258,11 +334,13 @@ void ReadAhead::readNext(iFile& file, std::uint64_t pos, std::uint64_t n)
     const std::uint64_t left = file.getSize();
     if (start >= left)
         return;
-    const std::uint64_t size = std::min({std::max(2 * newest.length, kMinWindow), kMaxWindow,
+    if (!sizeWindows())
+        return;
+    const std::uint64_t size = std::min({std::max(2 * newest.length, minWindow_), maxWindow_,
                                          ((left - start) + 0xFFFF) & ~std::uint64_t(0xFFFF)});
     Window& w = windows_[next_];
     w.length = 0;
-    if (!w.bytes.reserve(size))
+    if (!reserve(w.bytes, size))
         return;
     if (!second_) {
         second_ = OS().fileSystem().open(path_, iFile::eRead, iFile::eOpenExisting, iFile::eShareReadWrite, flags_);

@@ -10,19 +10,26 @@
 // way, the window after the newest is read in the background while
 // the newest is copied out, so that the disk does not wait for the copies.
 // Random access (scrubbing) keeps one read per frame and no window.
+//
+// The windows' memory comes from the editor's read-ahead budget, shared by
+// every open file: each window is at most a quarter of this file's share,
+// and the budget takes the windows back (giveBack, from its own thread)
+// once the file has gone idle, so that an idle file holds none.
 #include <cstdint>
+#include <mutex>
 #include <string>
 #include <thread>
 
 #include "FileFormats/AVI/avilib/avilib.WindowBuffer.h"
+#include "host/ReadAheadBudget.h"
 #include "host/iFile.h"
 
 namespace Morvane::Avi {
 
-class ReadAhead
+class ReadAhead : private Vl::ReadAheadClient
 {
 public:
-    ReadAhead() = default;
+    ReadAhead();
     ~ReadAhead();
     ReadAhead(const ReadAhead&) = delete;
     ReadAhead& operator=(const ReadAhead&) = delete;
@@ -31,9 +38,12 @@ public:
     static constexpr std::uint64_t kSmallRead = 1u << 20;
     // How far from the previous read a read still counts as going forward.
     static constexpr std::uint64_t kNear = 8u << 20;
-    // The first window of a forward run, doubled by each refill up to kMaxWindow.
+    // The first window of a forward run, doubled by each refill up to
+    // kMaxWindow, or to a quarter of the file's share of the budget when
+    // that is less; below kLeastWindow there are no windows.
     static constexpr std::uint64_t kMinWindow = 1u << 20;
     static constexpr std::uint64_t kMaxWindow = 8u << 20;
+    static constexpr std::uint64_t kLeastWindow = 256u << 10;
     // A known run (a GOP) is read whole up to this size.
     static constexpr std::uint64_t kMaxRun = 16u << 20;
 
@@ -55,7 +65,16 @@ public:
     // of their own on path (a file's handle keeps one position).
     void readNextInBackground(const std::wstring& path, iFile::eFlags flags);
 
+    // Bytes of the budget that the windows hold.
+    std::uint64_t held() const;
+
 private:
+    bool giveBack() override;
+    void clearLocked();
+    // The sizes that this file's share allows now; false: no windows.
+    bool sizeWindows();
+    bool reserve(WindowBuffer& bytes, std::uint64_t n);
+
     struct Window
     {
         WindowBuffer bytes;
@@ -100,6 +119,12 @@ private:
     std::uint64_t nextWindow_ = kMinWindow;
     std::uint64_t runEnd_ = 0;               // end of the previous run
     std::uint64_t runWindow_ = kMinWindow;   // the next run's window, grown like nextWindow_
+    std::uint64_t minWindow_ = kMinWindow;   // kMinWindow and kMaxWindow as the share allows
+    std::uint64_t maxWindow_ = kMaxWindow;
+
+    // Taken by every operation, and tried by giveBack: the budget's thread
+    // takes the windows only from a reader that is not in the middle of one.
+    mutable std::mutex mutex_;
 
     // The background read of the next window: what it asks for, and what
     // it got (written by its thread, read once it has been joined).
