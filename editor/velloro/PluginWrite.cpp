@@ -512,7 +512,8 @@ bool exportFile(Vl::FileReaderResource& reader, Vl::FileWriterResource& writer, 
                             error));
                     std::uint32_t n = ask->result().samples();
                     got = std::min(got, n);
-                    for (std::uint32_t c = 0; c < perStream && c < ask->result().channels(); ++c)
+                    // An empty answer holds no channel buffers at all.
+                    for (std::uint32_t c = 0; n != 0 && c < perStream && c < ask->result().channels(); ++c)
                         std::memcpy(all.channel(s * perStream + c), ask->result().channel(c),
                                     std::size_t(std::min(n, want)) * bytes);
                 }
