@@ -48,11 +48,18 @@ bool FileInfo::readVideo(Vl::Ptr<iMemHolder>& out, unsigned frame, Vl::Ptr<Index
             return false;
     }
 
+    // A frame counts with the bytes that the file holds from its offset on:
+    // one that an index claims past the end fails its read below, and no
+    // block is sized by the claim.
+    const std::uint64_t fileBytes = reader_->getSize();
     std::uint64_t total = 0;
     for (std::uint8_t i = 0; i < count; ++i) {
         Morvane::Avi::IndexEntry* entry = nullptr;
-        if (SUCCEEDED(reader_->get_IndexEntry(first + i, &entry)) && entry)
-            total += sectorSize_ + std::uint64_t(entry->size);
+        if (SUCCEEDED(reader_->get_IndexEntry(first + i, &entry)) && entry) {
+            const std::uint64_t offset = entry->offset;
+            const std::uint64_t size = entry->size;
+            total += sectorSize_ + std::min(size, fileBytes - std::min(offset, fileBytes));
+        }
     }
 
     // The frames are read one by one below; one disk read brings them all.

@@ -8,6 +8,10 @@
 //   velloro_benchread scrub FILE N SEED   N random frames (GOPs on long-GOP files) through the
 //                                         plug-in, then pread(O_DIRECT) of the same byte ranges
 //   velloro_benchread open FILE N [drop]  openFile and metadata N times (drop: page cache dropped first)
+//   velloro_benchread many OPEN PLAYED FILE...
+//                                         OPEN files open at once (the FILEs in turn), the first
+//                                         PLAYED of them played at the same time in playback
+//                                         order, one thread each; memory before, during and after
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -22,6 +26,7 @@
 #include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"
@@ -187,10 +192,106 @@ struct Plugin
     }
 };
 
+struct Counts
+{
+    std::uint64_t frames = 0;
+    std::uint64_t videoBytes = 0;
+    std::uint64_t audioBytes = 0;
+};
+
 // Requests as velloro's framemd5 makes them, without the hashing: kWindow frames
 // (or groups) in flight, and the audio in 16384-sample requests up to the
 // frame taken. In playback order the audio is asked for as a player does, a
 // little ahead of the frame shown.
+bool play(Vl::FileReaderResource& reader, const Vl::Ptr<FileReadInstance>& file, bool playback, Counts& counts,
+          std::string& error)
+{
+    const ShotVideoMetadata& v = file->metadata()->video();
+    const Aud::Metadata& a = file->metadata()->audio();
+    const bool longGop = v.gopSize() >= 2;
+    auto request = [&](unsigned frame) {
+        return reader.readVideoSample(file, frame, longGop, VideoReadRequest::eCompressed, nullptr, nullptr, true);
+    };
+    std::vector<std::uint64_t> audioAt(a.audioStreams(), 0);
+    const std::uint64_t audioTotal = a.audioStreams() ? a.lengthInSamples() : 0;
+    // Audio requests stay in flight beside the frames' and are counted as
+    // they finish (in order, as a digest takes them); the frames never wait
+    // for them.
+    std::deque<Vl::Ptr<AudioReadRequest>> audioInFlight;
+    bool audioFailed = false;
+    auto collect = [&](bool wait) {
+        while (!audioInFlight.empty()) {
+            Vl::Ptr<AudioReadRequest> r = audioInFlight.front();
+            const RequestStatus::eFileReqStatus status = r->getStatus();
+            if (!wait && (status == RequestStatus::eNone || status == RequestStatus::ePending ||
+                          status == RequestStatus::eInProgress))
+                return;
+            audioInFlight.pop_front();
+            if (r->wait() != RequestStatus::eCompleted || r->result().samples() == 0) {
+                audioFailed = true;
+                continue;
+            }
+            counts.audioBytes +=
+                std::uint64_t(r->result().samples()) * r->result().bytesPerSample() * r->result().channels();
+        }
+    };
+    // Each stream's audio up to sample limit, in 16384-sample requests.
+    auto audioUpTo = [&](std::uint64_t limit) {
+        for (std::uint32_t k = 0; k < a.audioStreams() && !audioFailed; ++k) {
+            for (std::uint64_t& start = audioAt[k];
+                 start < std::min(limit, audioTotal) && !audioFailed && audioInFlight.size() < kAudioInFlight;) {
+                std::uint32_t n = static_cast<std::uint32_t>(std::min<std::uint64_t>(16384, audioTotal - start));
+                Vl::Ptr<AudioReadRequest> r(new AudioReadRequest(file, k, static_cast<std::uint32_t>(start), n));
+                reader.readAudioSample(r, true);
+                audioInFlight.push_back(r);
+                start += n;
+                collect(false);
+            }
+        }
+    };
+    std::deque<Vl::Ptr<VideoReadRequest>> inFlight;
+    const unsigned length = v.videoTrackCount() ? v.lengthInFrames() : 0;
+    // Long-GOP material is asked for a group at a time: the first request
+    // tells how long the groups are.
+    unsigned step = 1;
+    if (length && longGop) {
+        Vl::Ptr<VideoReadRequest> first = request(0);
+        first->wait();
+        if (first->getIndexInfo() && first->getIndexInfo()->getNumGopFrames())
+            step = first->getIndexInfo()->getNumGopFrames();
+    }
+    unsigned next = 0;
+    while (next < length || !inFlight.empty()) {
+        while (next < length && inFlight.size() < kWindow) {
+            inFlight.push_back(request(next));
+            next += step;
+        }
+        Vl::Ptr<VideoReadRequest> r = inFlight.front();
+        inFlight.pop_front();
+        Vl::Ptr<FrameBuffer> frame;
+        if (r->wait() == RequestStatus::eCompleted)
+            frame = r->getResult();
+        if (!frame) {
+            error = "frame " + std::to_string(r->getFrame()) + " could not be read";
+            inFlight.clear();
+            collect(true);
+            return false;
+        }
+        counts.frames += r->getIndexInfo() ? r->getIndexInfo()->getNumGopFrames() : 1;
+        counts.videoBytes += frame->size();
+        audioUpTo(audioTotal * counts.frames / length + (playback ? 16384 : 0));
+    }
+    auto audioLeft = [&] {
+        return std::any_of(audioAt.begin(), audioAt.end(), [&](std::uint64_t at) { return at < audioTotal; });
+    };
+    while (audioLeft() && !audioFailed) {
+        audioUpTo(audioTotal);
+        collect(true);
+    }
+    collect(true);
+    return true;
+}
+
 int pluginPass(const char* path, bool playback)
 {
     // The clock starts with the plug-in loaded, as it is in a running
@@ -202,85 +303,77 @@ int pluginPass(const char* path, bool playback)
     auto t0 = Clock::now();
     if (!p.openFile(path, error))
         return fail(path, error);
-    const ShotVideoMetadata& v = p.file->metadata()->video();
-    const Aud::Metadata& a = p.file->metadata()->audio();
-    std::uint64_t frames = 0, videoBytes = 0, audioBytes = 0;
-    std::vector<std::uint64_t> audioAt(a.audioStreams(), 0);
-    const std::uint64_t audioTotal = a.audioStreams() ? a.lengthInSamples() : 0;
-    // Audio requests stay in flight beside the frames' and are counted as
-    // they finish (in order, as a digest takes them); the frames never wait
-    // for them.
-    std::deque<Vl::Ptr<AudioReadRequest>> audioInFlight;
-    bool audioFailed = false;
-    auto collect = [&](bool wait) {
-        while (!audioInFlight.empty()) {
-            Vl::Ptr<AudioReadRequest> request = audioInFlight.front();
-            const RequestStatus::eFileReqStatus status = request->getStatus();
-            if (!wait && (status == RequestStatus::eNone || status == RequestStatus::ePending ||
-                          status == RequestStatus::eInProgress))
-                return;
-            audioInFlight.pop_front();
-            if (request->wait() != RequestStatus::eCompleted || request->result().samples() == 0) {
-                audioFailed = true;
-                continue;
-            }
-            audioBytes += std::uint64_t(request->result().samples()) * request->result().bytesPerSample() *
-                          request->result().channels();
-        }
-    };
-    // Each stream's audio up to sample limit, in 16384-sample requests.
-    auto audioUpTo = [&](std::uint64_t limit) {
-        for (std::uint32_t k = 0; k < a.audioStreams() && !audioFailed; ++k) {
-            for (std::uint64_t& start = audioAt[k];
-                 start < std::min(limit, audioTotal) && !audioFailed && audioInFlight.size() < kAudioInFlight;) {
-                std::uint32_t n = static_cast<std::uint32_t>(std::min<std::uint64_t>(16384, audioTotal - start));
-                Vl::Ptr<AudioReadRequest> request(
-                    new AudioReadRequest(p.file, k, static_cast<std::uint32_t>(start), n));
-                p.reader->readAudioSample(request, true);
-                audioInFlight.push_back(request);
-                start += n;
-                collect(false);
-            }
-        }
-    };
-    std::deque<Vl::Ptr<VideoReadRequest>> inFlight;
-    const unsigned length = v.videoTrackCount() ? v.lengthInFrames() : 0;
-    // Long-GOP material is asked for a group at a time: the first request
-    // tells how long the groups are.
-    unsigned step = 1;
-    if (length && p.longGop()) {
-        Vl::Ptr<VideoReadRequest> first = p.request(0);
-        first->wait();
-        if (first->getIndexInfo() && first->getIndexInfo()->getNumGopFrames())
-            step = first->getIndexInfo()->getNumGopFrames();
-    }
-    unsigned next = 0;
-    while (next < length || !inFlight.empty()) {
-        while (next < length && inFlight.size() < kWindow) {
-            inFlight.push_back(p.request(next));
-            next += step;
-        }
-        Vl::Ptr<VideoReadRequest> r = inFlight.front();
-        inFlight.pop_front();
-        Vl::Ptr<FrameBuffer> frame;
-        if (r->wait() == RequestStatus::eCompleted)
-            frame = r->getResult();
-        if (!frame)
-            return fail(path, "frame " + std::to_string(r->getFrame()) + " could not be read");
-        frames += r->getIndexInfo() ? r->getIndexInfo()->getNumGopFrames() : 1;
-        videoBytes += frame->size();
-        audioUpTo(audioTotal * frames / length + (playback ? 16384 : 0));
-    }
-    auto audioLeft = [&] {
-        return std::any_of(audioAt.begin(), audioAt.end(), [&](std::uint64_t at) { return at < audioTotal; });
-    };
-    while (audioLeft() && !audioFailed) {
-        audioUpTo(audioTotal);
-        collect(true);
-    }
-    collect(true);
+    Counts counts;
+    if (!play(*p.reader, p.file, playback, counts, error))
+        return fail(path, error);
     p.reader->waitForIdle();
-    printPass(playback ? "playback" : "plugin", path, frames, videoBytes, audioBytes, since(t0));
+    printPass(playback ? "playback" : "plugin", path, counts.frames, counts.videoBytes, counts.audioBytes,
+              since(t0));
+    return 0;
+}
+
+// Resident memory now, not the peak.
+long rssKb()
+{
+    long pages = 0, resident = 0;
+    if (FILE* f = std::fopen("/proc/self/statm", "r")) {
+        if (std::fscanf(f, "%ld %ld", &pages, &resident) != 2)
+            resident = 0;
+        std::fclose(f);
+    }
+    return resident * (::sysconf(_SC_PAGESIZE) / 1024);
+}
+
+// An editor with many clips on its timeline: all of them open, a few
+// played at once, each by a thread of its own as the editor's players are.
+int manyPass(unsigned open, unsigned played, const std::vector<const char*>& paths)
+{
+    Plugin p;
+    std::string error;
+    if (!p.load(error))
+        return fail("many", error);
+    const long loaded = rssKb();
+    std::vector<Vl::Ptr<FileReadInstance>> files;
+    for (unsigned k = 0; k < open; ++k) {
+        Vl::Ptr<FileReadInstance> f =
+            p.reader->openFile(VlWString(Morvane::convertString(paths[k % paths.size()])), FileReadInstance::eOpenForPlayback);
+        if (!f)
+            return fail(paths[k % paths.size()], "cannot open");
+        files.push_back(f);
+    }
+    const long opened = rssKb();
+    played = std::min<unsigned>(played, open);
+    std::vector<Counts> counts(played);
+    std::vector<std::string> errors(played);
+    std::vector<char> ok(played, 0);
+    auto t0 = Clock::now();
+    std::vector<std::thread> players;
+    for (unsigned k = 0; k < played; ++k)
+        players.emplace_back([&, k] { ok[k] = play(*p.reader, files[k], true, counts[k], errors[k]); });
+    for (std::thread& t : players)
+        t.join();
+    p.reader->waitForIdle();
+    const double seconds = since(t0);
+    for (unsigned k = 0; k < played; ++k)
+        if (!ok[k])
+            return fail(paths[k % paths.size()], errors[k]);
+    const long peak = peakRssKb();
+    // Idle clips, still open: the editor's read-ahead budget takes back the
+    // windows of a clip that no one reads for half a second.
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    const long idle = rssKb();
+    std::uint64_t bytes = 0, frames = 0;
+    for (unsigned k = 0; k < played; ++k) {
+        bytes += fileSize(paths[k % paths.size()]);
+        frames += counts[k].frames;
+    }
+    files.clear();
+    const long closed = rssKb();
+    std::printf("{\"pass\": \"many\", \"open\": %u, \"played\": %u, \"frames\": %llu, \"bytes\": %llu, "
+                "\"seconds\": %.6f, \"mb_per_s\": %.1f, \"rss_loaded_kb\": %ld, \"rss_open_kb\": %ld, "
+                "\"peak_rss_kb\": %ld, \"rss_idle_kb\": %ld, \"rss_closed_kb\": %ld}\n",
+                open, played, static_cast<unsigned long long>(frames), static_cast<unsigned long long>(bytes), seconds,
+                bytes / seconds / 1e6, loaded, opened, peak, idle, closed);
     return 0;
 }
 
@@ -434,8 +527,12 @@ int main(int argc, char** argv)
         return pluginPass(argv[2], command == "playback");
     if (command == "scrub" && argc == 5)
         return scrubPass(argv[2], static_cast<unsigned>(std::atoi(argv[3])), static_cast<unsigned>(std::atoi(argv[4])));
+    if (command == "many" && argc >= 5) {
+        std::vector<const char*> paths(argv + 4, argv + argc);
+        return manyPass(static_cast<unsigned>(std::atoi(argv[2])), static_cast<unsigned>(std::atoi(argv[3])), paths);
+    }
     if (command == "open" && (argc == 4 || (argc == 5 && std::string(argv[4]) == "drop")))
         return openPass(argv[2], static_cast<unsigned>(std::atoi(argv[3])), argc == 5);
-    std::fprintf(stderr, "usage: velloro_benchread container|plugin|playback FILE | scrub FILE N SEED | open FILE N [drop]\n");
+    std::fprintf(stderr, "usage: velloro_benchread container|plugin|playback FILE | scrub FILE N SEED | open FILE N [drop] | many OPEN PLAYED FILE...\n");
     return 2;
 }

@@ -231,6 +231,48 @@ def flush_cost(r, frames, pairs):
             "extra_writes_per_second": (calls["25"] - calls["0"]) / (frames / 25.0)}
 
 
+def many_clips(r, paths, opened=200):
+    """An editor with many clips open: `opened` files open at once, the
+    len(paths) of them played at the same time in playback order, one thread
+    each, against that many dd reading the same files at once."""
+    size = sum(os.path.getsize(p) for p in paths)
+    dd = ["bash", "-c", "for f in \"$@\"; do dd if=\"$f\" of=/dev/null bs=8M iflag=direct status=none & done; wait",
+          "dd"] + paths
+    plugin = [r.tool("velloro_benchread"), "many", str(opened), str(len(paths))] + paths
+    secs = {"dd": [], "plugin": []}
+    outs = []
+    for _ in range(r.runs):
+        s, _, _ = r.timed(dd)
+        secs["dd"].append(s)
+        s, peak, out = r.timed(plugin)
+        j = json_lines([out])[0]
+        j["peak_rss_kib"] = peak
+        secs["plugin"].append(j["seconds"])
+        outs.append(j)
+    dd_s = statistics.median(secs["dd"])
+    ours = statistics.median(secs["plugin"])
+    return {"files": len(paths), "opened": opened, "bytes": size, "dd_seconds": dd_s, "dd_mb_per_s": size / dd_s / 1e6,
+            "plugin_seconds": ours, "plugin_mb_per_s": size / ours / 1e6, "vs_dd": dd_s / ours,
+            "peak_rss_kib": max(o["peak_rss_kib"] for o in outs),
+            "rss_loaded_kib": max(o["rss_loaded_kb"] for o in outs), "rss_open_kib": max(o["rss_open_kb"] for o in outs),
+            "rss_idle_kib": max(o["rss_idle_kb"] for o in outs), "rss_closed_kib": max(o["rss_closed_kb"] for o in outs)}
+
+
+def fmt_many(m):
+    return [
+        "== %d clips open, %d of them (DV, %.0f MB in all) played at once in playback order" % (
+            m["opened"], m["files"], m["bytes"] / 1e6),
+        "%-32s %9s %9s %8s %12s %10s %10s %11s" % ("", "s", "MB/s", "vs dd", "peak RSS MiB", "RSS open", "RSS idle",
+                                                  "RSS closed"),
+        "%-32s %9.3f %9.1f %8s" % ("%d x dd bs=8M iflag=direct" % m["files"], m["dd_seconds"], m["dd_mb_per_s"],
+                                   "1.00"),
+        "%-32s %9.3f %9.1f %8.2f %12.1f %10.1f %10.1f %11.1f" % (
+            "plug-in, one thread per clip", m["plugin_seconds"], m["plugin_mb_per_s"], m["vs_dd"],
+            m["peak_rss_kib"] / 1024, m["rss_open_kib"] / 1024, m["rss_idle_kib"] / 1024,
+            m["rss_closed_kib"] / 1024),
+    ]
+
+
 def fmt_table(report):
     lines = []
     add = lines.append
@@ -271,6 +313,9 @@ def fmt_table(report):
         for name, x in report["long_read"].items():
             add("%-22s %8.1f MB/s %10.1f frames/s  RSS %.1f MiB" % (name, x["mb_per_s"], x["frames_per_s"],
                                                                     x["peak_rss_kib"] / 1024))
+    if report.get("many"):
+        add("")
+        lines.extend(fmt_many(report["many"]))
     add("")
     add("== write, %s (%.0f MB)" % (report["write_source"], report["write_bytes"] / 1e6))
     add("%-32s %9s %9s %10s %9s %8s %10s %10s" % ("", "s", "MB/s", "frames/s", "RSS MiB", "vs dd", "vs dd dir",
@@ -296,8 +341,11 @@ def main():
     ap.add_argument("--runs", type=int, default=5)
     ap.add_argument("--hours", type=float, default=1.0, help="length of the long DV file for the open test")
     ap.add_argument("--scrub", type=int, default=2000)
+    ap.add_argument("--open", type=int, default=200, help="clips open at once for the many-clips rows")
+    ap.add_argument("--clips", type=int, default=8, help="of which this many are played at once")
     ap.add_argument("--json", help="also write the report as JSON to this file")
     ap.add_argument("--keep", action="store_true", help="keep the test files")
+    ap.add_argument("--only-many", action="store_true", help="only the many-clips rows")
     args = ap.parse_args()
 
     os.makedirs(args.data, exist_ok=True)
@@ -311,6 +359,21 @@ def main():
         print("warning: %s is on %s, not a real disk" % (args.data, disk[1]), file=sys.stderr)
     frames = 518  # 1920x1080 UYVY with its audio: about 2 GiB
     made = []
+    if args.only_many:
+        try:
+            clips = [make_file(r, "dv", "clip%d.avi" % k, 2500) for k in range(args.clips)]
+            made.extend(clips)
+            report["many"] = many_clips(r, clips, args.open)
+        finally:
+            if not args.keep:
+                for path in made:
+                    if os.path.exists(path):
+                        os.remove(path)
+        print("\n".join(fmt_many(report["many"])))
+        if args.json:
+            with open(args.json, "w") as f:
+                json.dump(report, f, indent=2)
+        return
     files = [("uyvy", "uyvy.avi", frames, "1920x1080 UYVY + 48 kHz stereo PCM"),
              ("dv", "dv.avi", frames, "144000-byte DV frames, 25 fps + PCM"),
              ("gop", "gop.avi", 3000, "MPEG-2 long GOP (12), frame-type index + PCM")]
@@ -321,6 +384,11 @@ def main():
             report["files"][name] = {"what": what, "bytes": os.path.getsize(path), "frames": n,
                                      "riffs": riff_count(path), "read": sequential(r, path, n),
                                      "scrub": scrub(r, path, args.scrub)}
+        clips = []
+        for k in range(args.clips):
+            clips.append(make_file(r, "dv", "clip%d.avi" % k, 2500))
+            made.append(clips[-1])
+        report["many"] = many_clips(r, clips, args.open)
         short = make_file(r, "dv", "dv_10min.avi", 15000)
         made.append(short)
         long_ = make_file(r, "dv", "dv_%gh.avi" % args.hours, int(args.hours * 90000))

@@ -6,6 +6,7 @@
 # removes them afterwards; prints one table.
 #
 #   bash scripts/bench.sh [--json FILE] [--runs N] [--hours H] [--keep]
+#   bash scripts/bench.sh --only-many [--open N] [--clips N] [--runs N]   the many-clips rows alone
 #
 # Needs about 20 GB free for an hour of DV (--hours scales it). Run it as
 # root so that the page cache can be dropped before every run.
@@ -30,5 +31,8 @@ if [ "$(findmnt -n -o FSTYPE -T "$data")" = tmpfs ]; then
     exit 1
 fi
 echo "load before: $(uptime)" >&2
-VELLORO_BENCH_DIR="$data" "$build/bin/velloro_microbench" --benchmark_min_time=0.2 >&2
+case " $* " in
+    *" --only-many "*) ;;
+    *) VELLORO_BENCH_DIR="$data" "$build/bin/velloro_microbench" --benchmark_min_time=0.2 >&2 ;;
+esac
 exec python3 bench/run_bench.py --bin "$build/bin" --data "$data" "$@"

@@ -1,5 +1,7 @@
 #include "host/AudStreamBufferList.h"
 
+#include <algorithm>
+
 namespace Aud {
 
 StreamBufferList::StreamBufferList() = default;
@@ -13,7 +15,9 @@ void StreamBufferList::reset(std::uint32_t channels, std::uint32_t capacity, std
     const unsigned __int128 n = static_cast<unsigned __int128>(channels) * capacity * bytesPerSample;
     if (n > bytes_.max_size())
         channels = capacity = 0;
-    bytes_.assign(static_cast<std::size_t>(std::size_t(channels) * capacity * bytesPerSample), 0);
+    // One byte at least: a channel of no samples is still somewhere, so that
+    // copying its nothing is copying from a real address.
+    bytes_.assign(std::max<std::size_t>(std::size_t(channels) * capacity * bytesPerSample, 1), 0);
     channels_ = channels;
     capacity_ = capacity;
     bytesPerSample_ = bytesPerSample;

@@ -5,8 +5,11 @@
 // closed reader leaves nothing counted.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
+#include <mutex>
 #include <memory>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -116,7 +119,11 @@ TEST_P(SharedBudget, PlayersTogetherStayWithinItAndNoneStarves)
 INSTANTIATE_TEST_SUITE_P(Shapes, SharedBudget,
                          testing::Values(Shape{0, 2, false}, Shape{512 * 1024, 2, false},
                                          Shape{8 * kMiB, 1, true}, Shape{16 * kMiB, 4, true},
-                                         Shape{64 * kMiB, 3, true}, Shape{64 * kMiB, 8, true}));
+                                         Shape{64 * kMiB, 3, true}, Shape{64 * kMiB, 8, true}),
+                         [](const testing::TestParamInfo<Shape>& i) {
+                             return std::to_string(i.param.budget >> 10) + "KiB_" +
+                                    std::to_string(i.param.players) + "Players";
+                         });
 
 TEST_F(Budget, AnIdleReaderGivesItsWindowsBackAndReadsOnAfterwards)
 {
@@ -133,10 +140,16 @@ TEST_F(Budget, AnIdleReaderGivesItsWindowsBackAndReadsOnAfterwards)
     EXPECT_FALSE(p.wrongBytes);
 }
 
-// A reader that has taken the whole budget and keeps reading.
+// A reader that has taken the whole budget and keeps reading. The budget
+// may call giveBack from its own thread at any time.
 struct Hog : Vl::ReadAheadClient
 {
-    Hog() { Vl::ReadAheadBudget::join(*this); }
+    explicit Hog(std::uint64_t n) : size(n)
+    {
+        Vl::ReadAheadBudget::join(*this);
+        std::lock_guard lock(mutex);
+        block = Vl::ReadAheadBudget::allocate(*this, size);
+    }
     ~Hog()
     {
         giveBack();
@@ -144,23 +157,29 @@ struct Hog : Vl::ReadAheadClient
     }
     bool giveBack() override
     {
+        std::lock_guard lock(mutex);
+        if (block)
+            gaveBack = true;
         Vl::ReadAheadBudget::free(*this, block, size);
         block = nullptr;
-        gaveBack = true;
         return true;
     }
+    bool holds()
+    {
+        std::lock_guard lock(mutex);
+        return block != nullptr;
+    }
+    std::mutex mutex;
+    const std::uint64_t size;
     void* block = nullptr;
-    std::uint64_t size = 0;
-    bool gaveBack = false;
+    std::atomic<bool> gaveBack{false};
 };
 
 TEST_F(Budget, AFileThatStartsToPlayTakesItsShareFromOneHoldingMore)
 {
     vlhost::setReadAheadBudget(16 * kMiB);
-    Hog hog;
-    hog.size = 16 * kMiB;
-    hog.block = Vl::ReadAheadBudget::allocate(hog, hog.size);
-    ASSERT_NE(hog.block, nullptr);
+    Hog hog(16 * kMiB);
+    ASSERT_TRUE(hog.holds());
     Player player(24 * kMiB);
     while (player.step())
         Vl::ReadAheadBudget::touch(hog);

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "avi/AllocationWatch.h"
+#include "avi/odml_builder.h"
 #include "common/TempDir.h"
 #include "plugin/plugin_support.h"
 #include "vlhost/ReadAheadSettings.h"
@@ -63,10 +64,22 @@ std::vector<std::size_t> streamHeaders(const Bytes& b, const char* kind)
 struct Claim
 {
     const char* name;
-    const char* file;
+    const char* file; // a test file, patched; or null: made by build
     std::function<void(Bytes&)> patch;
     bool audioPlayable;
+    std::function<Bytes()> build = nullptr;
 };
+
+// A long-GOP file whose frame-type index gives every frame 64 MiB: a group
+// of them would be most of a GiB.
+Bytes groupsOfHugeFrames()
+{
+    std::vector<readertest::Entry> entries = readertest::longGopEntries();
+    for (readertest::Entry& e : entries)
+        e.sizeWord = 64u << 20;
+    const readertest::Bytes b = readertest::buildOdml(Morvane::Avi::AVI_INDEX_IBP, {entries}, true);
+    return Bytes(b.begin(), b.end());
+}
 
 void PrintTo(const Claim& c, std::ostream* os)
 {
@@ -97,6 +110,7 @@ const Claim kClaims[] = {
      true},
     {"BlockAlign", "dv_ntsc.avi",
      [](Bytes& b) { put16(b, find(b, "strf", streamHeaders(b, "auds")[0]) + 20, 65535); }, false},
+    {"GroupSizes", nullptr, nullptr, false, groupsOfHugeFrames},
 };
 
 class Claims : public LoadedPlugin, public testing::WithParamInterface<Claim>
@@ -106,9 +120,10 @@ TEST_P(Claims, EveryRequestEndsAndNothingIsSizedByTheClaim)
 {
     const Claim& claim = GetParam();
     testutil::TempDir dir;
-    Bytes bytes = load(dataPath(claim.file));
+    Bytes bytes = claim.file ? load(dataPath(claim.file)) : claim.build();
     ASSERT_FALSE(bytes.empty());
-    claim.patch(bytes);
+    if (claim.patch)
+        claim.patch(bytes);
     const std::string path = (dir.path() / "claim.avi").string();
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
                                                  static_cast<std::streamsize>(bytes.size()));
@@ -122,8 +137,11 @@ TEST_P(Claims, EveryRequestEndsAndNothingIsSizedByTheClaim)
     std::deque<Vl::Ptr<VideoReadRequest>> video;
     std::deque<Vl::Ptr<AudioReadRequest>> audio;
     const unsigned frames = md.video().lengthInFrames();
+    const bool groups = md.video().gopSize() >= 2;
     for (unsigned f = 0; f <= frames; ++f)
-        video.push_back(reader_->readVideoSample(file, f, false, VideoReadRequest::eCompressed, nullptr, nullptr, true));
+        for (bool group : {false, groups})
+            video.push_back(
+                reader_->readVideoSample(file, f, group, VideoReadRequest::eCompressed, nullptr, nullptr, true));
     for (std::uint32_t s = 0; s <= md.audio().audioStreams(); ++s)
         for (std::uint32_t start : {0u, 16384u, 1u << 30}) {
             audio.emplace_back(new AudioReadRequest(file, s, start, 16384));
