@@ -357,7 +357,8 @@ void FileInfo::readVideoMetadata()
     const int vs = static_cast<int>(videoStream_);
     // A hint from the header, sizing the block of a group's later frames:
     // no frame is larger than the file, whatever the header claims.
-    videoBufferSize_ = static_cast<std::uint32_t>(std::min<std::uint64_t>(reader_->get_BufferSize(vs), reader_->getSize()));
+    videoBufferSize_ =
+        static_cast<std::uint32_t>(std::min<std::uint64_t>(reader_->get_BufferSize(vs), reader_->getSize()));
     v.setLengthInFrames(reader_->get_Length(vs));
     v.setDataRate(reader_->get_ApproxDataRate(vs));
     v.setGopSize(reader_->get_GopSize(vs));
@@ -452,7 +453,8 @@ void FileInfo::readAudioMetadata()
     Aud::Metadata& a = md.audio();
     const int as = static_cast<int>(audioStream_);
     a.setChannelsPerStream(reader_->get_ChannelCount(as));
-    audioBufferSize_ = static_cast<std::uint32_t>(std::min<std::uint64_t>(reader_->get_BufferSize(as), reader_->getSize()));
+    audioBufferSize_ =
+        static_cast<std::uint32_t>(std::min<std::uint64_t>(reader_->get_BufferSize(as), reader_->getSize()));
     double rate = readTrackRate(as);
 
     const bool hasVideo = md.video().videoTrackCount() != 0;

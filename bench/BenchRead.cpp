@@ -335,10 +335,11 @@ int manyPass(unsigned open, unsigned played, const std::vector<const char*>& pat
     const long loaded = rssKb();
     std::vector<Vl::Ptr<FileReadInstance>> files;
     for (unsigned k = 0; k < open; ++k) {
+        const char* path = paths[k % paths.size()];
         Vl::Ptr<FileReadInstance> f =
-            p.reader->openFile(VlWString(Morvane::convertString(paths[k % paths.size()])), FileReadInstance::eOpenForPlayback);
+            p.reader->openFile(VlWString(Morvane::convertString(path)), FileReadInstance::eOpenForPlayback);
         if (!f)
-            return fail(paths[k % paths.size()], "cannot open");
+            return fail(path, "cannot open");
         files.push_back(f);
     }
     const long opened = rssKb();

@@ -15,6 +15,7 @@
 
 #include "FileFormats/AVI/avilib/avilib.ReadAhead.h"
 #include "avi/readahead_support.h"
+#include "common/Eventually.h"
 #include "vlhost/ReadAheadSettings.h"
 
 using Morvane::Avi::ReadAhead;
@@ -62,19 +63,6 @@ struct Player
         return true;
     }
 };
-
-// Polls until cond holds; false if it never does. A liveness check for the
-// budget's thread, not a measure of its speed.
-template <class F>
-bool eventually(F cond)
-{
-    for (int k = 0; k < 2000; ++k) {
-        if (cond())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return cond();
-}
 
 struct Shape
 {
@@ -132,7 +120,7 @@ TEST_F(Budget, AnIdleReaderGivesItsWindowsBackAndReadsOnAfterwards)
     for (int k = 0; k < 60; ++k)
         p.step();
     ASSERT_GT(p.served, 0u);
-    EXPECT_TRUE(eventually([&] { return p.ra.held() == 0 && vlhost::readAheadInUse() == 0; }));
+    EXPECT_TRUE(testutil::eventually([&] { return p.ra.held() == 0 && vlhost::readAheadInUse() == 0; }));
     const unsigned before = p.served;
     for (int k = 0; k < 60; ++k)
         p.step();

@@ -17,6 +17,7 @@
 #include "avi/odml_builder.h"
 #include "common/TempDir.h"
 #include "plugin/plugin_support.h"
+#include "common/Eventually.h"
 #include "vlhost/ReadAheadSettings.h"
 
 using namespace plugintest;
@@ -166,19 +167,6 @@ TEST_P(Claims, EveryRequestEndsAndNothingIsSizedByTheClaim)
 INSTANTIATE_TEST_SUITE_P(Headers, Claims, testing::ValuesIn(kClaims),
                          [](const testing::TestParamInfo<Claim>& i) { return std::string(i.param.name); });
 
-// Polls until cond holds; false if it never does. A liveness check of the
-// budget's thread, not a measure of its speed.
-template <class F>
-bool eventually(F cond)
-{
-    for (int k = 0; k < 2000; ++k) {
-        if (cond())
-            return true;
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return cond();
-}
-
 using PlayedClips = LoadedPlugin;
 
 TEST_F(PlayedClips, GiveTheirReadAheadBackWhenIdleAndWhenClosed)
@@ -206,7 +194,7 @@ TEST_F(PlayedClips, GiveTheirReadAheadBackWhenIdleAndWhenClosed)
     EXPECT_GT(most, 0u); // the clips were read through windows
     EXPECT_LE(most, vlhost::readAheadBudget());
     // Still open, no longer read: nothing held.
-    EXPECT_TRUE(eventually([] { return vlhost::readAheadInUse() == 0; }));
+    EXPECT_TRUE(testutil::eventually([] { return vlhost::readAheadInUse() == 0; }));
     vlhost::setReadAheadIdleAfter(std::chrono::milliseconds(500));
     clips.clear();
     EXPECT_EQ(vlhost::readAheadInUse(), 0u);
