@@ -20,6 +20,7 @@ packages=(
     gstreamer1.0-plugins-base-apps gstreamer1.0-libav  # gst-discoverer and its DV and MPEG-2 decoders check what we write
     mediainfo         # checks the scan, field order and timecode of what we write
     python3 time      # scripts/bench.sh: its report and peak memory
+    fio               # scripts/bench.sh: the disk's own read and write limit, several requests in flight
     clang libclang-rt-14-dev  # libFuzzer targets
 )
 

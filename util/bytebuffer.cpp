@@ -9,9 +9,17 @@
 
 namespace Morvane {
 
+namespace {
+
+// Page-aligned, so that the writer's buffers go to the disk by direct I/O:
+// an unaligned block sends every write through the page cache instead.
+constexpr std::align_val_t kBlockAlign{4096};
+
+} // namespace
+
 unsigned char* CByteBuffer::allocateMemory(unsigned long n, unsigned long* pSize)
 {
-    auto* p = new (std::nothrow) unsigned char[n];
+    auto* p = new (kBlockAlign, std::nothrow) unsigned char[n];
     if (!p)
         errno = ENOMEM;
     if (p && pSize)
@@ -21,7 +29,7 @@ unsigned char* CByteBuffer::allocateMemory(unsigned long n, unsigned long* pSize
 
 void CByteBuffer::freeMemory(unsigned char* p)
 {
-    delete[] p;
+    ::operator delete[](p, kBlockAlign);
 }
 
 CByteBuffer::CByteBuffer() = default;
