@@ -41,17 +41,20 @@ class Runner:
                 f.write("3")
 
     def timed(self, argv, after=None, cold=True):
-        """Wall seconds, peak RSS (KiB) and standard output of one run."""
+        """Wall seconds, peak RSS (KiB) and standard output of one run; its
+        user plus system seconds are left in self.cpu."""
         if cold:
             self.drop_cache()
         with tempfile.NamedTemporaryFile("r") as rss:
             t0 = time.perf_counter()
-            p = subprocess.run(["/usr/bin/time", "-q", "-f", "%M", "-o", rss.name] + argv,
+            p = subprocess.run(["/usr/bin/time", "-q", "-f", "%M %U %S", "-o", rss.name] + argv,
                                stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
             if after:
                 after()
             seconds = time.perf_counter() - t0
-            peak = int((rss.read().strip().splitlines() or ["0"])[-1])
+            fields = ((rss.read().strip().splitlines() or ["0 0 0"])[-1].split() + ["0", "0"])[:3]
+            peak = int(fields[0])
+            self.cpu = float(fields[1]) + float(fields[2])
         if p.returncode != 0:
             raise RuntimeError("%s failed: %s" % (" ".join(argv), p.stderr.strip()))
         return seconds, peak, p.stdout
@@ -69,6 +72,27 @@ class Runner:
 
     def tool(self, name):
         return os.path.join(self.bin, name)
+
+
+def fio(r, paths, rw, depth, size=None):
+    """fio's sequential direct throughput in MB/s, 8 MiB requests, `depth` in
+    flight per file, one job per file at once: the disk's own limit."""
+    argv = ["fio", "--output-format=json", "--ioengine=io_uring", "--direct=1", "--bs=8M", "--rw=" + rw,
+            "--iodepth=%d" % depth, "--fallocate=none", "--group_reporting"]
+    for k, path in enumerate(paths):
+        argv += ["--name=f%d" % k, "--filename=" + path]
+        if size:
+            argv += ["--size=%d" % size]
+    r.drop_cache()
+    p = subprocess.run(argv, stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+    if p.returncode != 0:
+        raise RuntimeError("fio failed: %s" % p.stderr.strip())
+    job = json.loads(p.stdout)["jobs"][0]
+    return job["read" if rw == "read" else "write"]["bw_bytes"] / 1e6
+
+
+def best_fio(rows):
+    return max(x["mb_per_s"] for label, x in rows.items() if label.startswith("fio "))
 
 
 def json_lines(outs):
@@ -99,25 +123,40 @@ def sequential(r, path, frames):
     # Round by round, as the writes: this disk's speed drifts over minutes,
     # and a row measured alone would carry the drift into its ratio.
     secs = {label: [] for label, _, _ in commands}
+    cpus = {label: [] for label, _, _ in commands}
     peaks = {label: [] for label, _, _ in commands}
+    fios = {"fio read, 1 in flight": [], "fio read, 16 in flight": []}
     outs = {}
     for _ in range(r.runs):
-        for label, argv, _ in commands:
+        for depth, label in ((1, "fio read, 1 in flight"), (16, "fio read, 16 in flight")):
+            fios[label].append(fio(r, [path], "read", depth))
+        for label, argv, reports in commands:
             s, peak, out = r.timed(argv)
+            cpu = r.cpu
+            if reports:
+                # Timed from the plug-in loaded, as it is in a running editor.
+                j = json_lines([out])[0]
+                s, cpu = j["seconds"], j["cpu_seconds"]
             secs[label].append(s)
+            cpus[label].append(cpu)
             peaks[label].append(peak)
             outs.setdefault(label, out)
-    rows = {}
+    rows = {label: {"mb_per_s": statistics.median(v)} for label, v in fios.items()}
     for label, _, reports in commands:
         s = statistics.median(secs[label])
         frames_seen = json_lines([outs[label]])[0]["frames"] if reports else frames
         rows[label] = {"seconds": s, "mb_per_s": size / s / 1e6, "frames_per_s": frames_seen / s,
-                       "peak_rss_kib": max(peaks[label])}
-    direct = rows["dd bs=8M iflag=direct"]["mb_per_s"]
+                       "peak_rss_kib": max(peaks[label]), "cpu_s_per_gb": statistics.median(cpus[label]) / (size / 1e9)}
+    limit = best_fio(rows)
+    direct = rows["dd bs=8M iflag=direct"]
     ffmpeg = rows["ffmpeg -c copy -f null"]["frames_per_s"]
     for label in ("container reader", "plug-in (framemd5 order)", "plug-in (playback order)"):
-        rows[label]["vs_dd_direct"] = rows[label]["mb_per_s"] / direct
+        rows[label]["vs_fio"] = rows[label]["mb_per_s"] / limit
+        rows[label]["vs_dd_direct"] = rows[label]["mb_per_s"] / direct["mb_per_s"]
+        rows[label]["cpu_vs_dd"] = rows[label]["cpu_s_per_gb"] / max(direct["cpu_s_per_gb"], 1e-9)
         rows[label]["vs_ffmpeg_fps"] = rows[label]["frames_per_s"] / ffmpeg
+    for label in fios:
+        rows[label]["vs_fio"] = rows[label]["mb_per_s"] / limit
     return rows
 
 
@@ -134,6 +173,7 @@ def scrub(r, path, count):
     result["groups"] = lines[0]["groups"]
     result["peak_rss_kib"] = max(x["peak_rss_kib"] for x in lines)
     result["median_vs_pread"] = result["plugin_median_us"] / max(result["pread_median_us"], 1e-9)
+    result["p99_vs_pread"] = result["plugin_p99_us"] / max(result["pread_p99_us"], 1e-9)
     return result
 
 
@@ -164,49 +204,61 @@ def riff_count(path):
 
 
 def writing(r, source, frames):
+    """Writes of the same bytes as uyvy.avi. Export reads its source from
+    memory (a copy under /dev/shm), so that only the writes reach the disk,
+    as render's synthesised frames do."""
     size = os.path.getsize(source)
     out = os.path.join(r.data, "out.avi")
+    shm = "/dev/shm" if os.path.isdir("/dev/shm") else r.data
+    memory_source = os.path.join(shm, "velloro_bench_source.avi")
+    shutil.copyfile(source, memory_source)
     sync = lambda: subprocess.run(["sync"], check=True)
     remove = lambda: os.path.exists(out) and os.remove(out)
     count = str((size + (8 << 20) - 1) // (8 << 20))
     commands = {
-        "dd bs=8M (+sync)": ["dd", "if=/dev/zero", "of=" + out, "bs=8M", "count=" + count, "status=none"],
         "dd bs=8M oflag=direct": ["dd", "if=/dev/zero", "of=" + out, "bs=8M", "count=" + count, "oflag=direct",
                                   "status=none"],
-        # A copy reads the source as it writes: the limit for export and
-        # ffmpeg, which move the file's bytes from this disk back to it.
-        "dd copy iflag,oflag=direct": ["dd", "if=" + source, "of=" + out, "bs=8M", "iflag=direct", "oflag=direct",
-                                       "status=none"],
-        "ffmpeg -c copy (+sync)": ["ffmpeg", "-v", "error", "-nostdin", "-y", "-i", source, "-map", "0", "-c", "copy",
-                                   out],
+        "ffmpeg -c copy (+sync)": ["ffmpeg", "-v", "error", "-nostdin", "-y", "-i", memory_source, "-map", "0", "-c",
+                                   "copy", out],
         "container WriteSamples (+sync)": [r.tool("velloro_benchfiles"), "uyvy", out, str(frames)],
         # Both go through the plug-in as the editor drives it: export reads
         # the source through the read side; render synthesises the same
         # number of frames of the same size and rate, with stereo 48 kHz audio.
-        "velloro export (+sync)": [r.tool("velloro"), "export", source, out],
+        "velloro export (+sync)": [r.tool("velloro"), "export", memory_source, out],
         "velloro render (+sync)": [r.tool("velloro"), "render", out, "--format", "UYVY", "--size", "1920x1080",
                                    "--rate", "25/1", "--seconds", "%g" % (frames / 25.0), "--audio", "2x48000"],
     }
+    fios = {"fio write, 1 in flight": 1, "fio write, 16 in flight": 16}
     # Round by round rather than row by row: this much writing makes a
     # virtual disk slow down as it goes, which should not fall on the rows
     # that happen to come last.
-    secs = {label: [] for label in commands}
+    secs = {label: [] for label in list(fios) + list(commands)}
     peaks = {label: [] for label in commands}
-    for _ in range(r.runs):
-        for label, argv in commands.items():
-            s, peak, _ = r.timed(argv, after=sync)
-            remove()
-            secs[label].append(s)
-            peaks[label].append(peak)
+    try:
+        for _ in range(r.runs):
+            for label, depth in fios.items():
+                remove()
+                secs[label].append(size / fio(r, [out], "write", depth, size) / 1e6)
+                remove()
+                sync()
+            for label, argv in commands.items():
+                s, peak, _ = r.timed(argv, after=sync, cold=False)
+                remove()
+                secs[label].append(s)
+                peaks[label].append(peak)
+    finally:
+        os.remove(memory_source)
+        remove()
     rows = {}
-    for label in commands:
+    for label in secs:
         s = statistics.median(secs[label])
         rows[label] = {"seconds": s, "mb_per_s": size / s / 1e6, "frames_per_s": frames / s,
-                       "peak_rss_kib": max(peaks[label])}
+                       "peak_rss_kib": max(peaks[label]) if label in peaks else 0}
+    limit = best_fio(rows)
+    container = rows["container WriteSamples (+sync)"]["mb_per_s"]
     for label in rows:
-        rows[label]["vs_dd"] = rows[label]["mb_per_s"] / rows["dd bs=8M (+sync)"]["mb_per_s"]
-        rows[label]["vs_dd_direct"] = rows[label]["mb_per_s"] / rows["dd bs=8M oflag=direct"]["mb_per_s"]
-        rows[label]["vs_dd_copy"] = rows[label]["mb_per_s"] / rows["dd copy iflag,oflag=direct"]["mb_per_s"]
+        rows[label]["vs_fio"] = rows[label]["mb_per_s"] / limit
+        rows[label]["vs_container"] = rows[label]["mb_per_s"] / container
     return rows
 
 
@@ -283,19 +335,22 @@ def fmt_table(report):
     for name, f in report["files"].items():
         add("")
         add("== %s: %s, %.0f MB, %d frames, %d RIFF" % (name, f["what"], f["bytes"] / 1e6, f["frames"], f["riffs"]))
-        add("%-32s %9s %9s %10s %9s %10s %10s" % ("sequential read", "s", "MB/s", "frames/s", "RSS MiB",
-                                                  "vs dd dir", "vs ffmpeg"))
+        add("%-32s %8s %8s %9s %8s %8s %9s %8s %8s %9s" % (
+            "sequential read", "s", "MB/s", "frames/s", "RSS MiB", "vs fio", "vs dd dir", "CPU s/GB", "CPU/dd",
+            "vs ffmpeg"))
         for label, x in f["read"].items():
-            add("%-32s %9.3f %9.1f %10.1f %9.1f %10s %10s" % (
-                label, x["seconds"], x["mb_per_s"], x["frames_per_s"], x["peak_rss_kib"] / 1024,
-                "%.2f" % x["vs_dd_direct"] if "vs_dd_direct" in x else "",
-                "%.2fx" % x["vs_ffmpeg_fps"] if "vs_ffmpeg_fps" in x else ""))
+            opt = lambda key, fmt: fmt % x[key] if key in x else ""
+            add("%-32s %8s %8.1f %9s %8s %8s %9s %8s %8s %9s" % (
+                label, opt("seconds", "%.3f"), x["mb_per_s"], opt("frames_per_s", "%.1f"),
+                "%.1f" % (x["peak_rss_kib"] / 1024) if "peak_rss_kib" in x else "", opt("vs_fio", "%.2f"),
+                opt("vs_dd_direct", "%.2f"), opt("cpu_s_per_gb", "%.3f"), opt("cpu_vs_dd", "%.2f"),
+                opt("vs_ffmpeg_fps", "%.2fx")))
         s = f["scrub"]
         add("scrub %d random %s: plug-in median %.0f us, p99 %.0f us; pread median %.0f us, p99 %.0f us "
-            "(median ratio %.2f); RSS %.1f MiB" % (
+            "(median ratio %.2f, p99 ratio %.2f); RSS %.1f MiB" % (
                 report["machine"]["scrub_requests"], "GOPs" if s["groups"] else "frames", s["plugin_median_us"],
                 s["plugin_p99_us"], s["pread_median_us"], s["pread_p99_us"], s["median_vs_pread"],
-                s["peak_rss_kib"] / 1024))
+                s["p99_vs_pread"], s["peak_rss_kib"] / 1024))
     add("")
     add("== open (cold cache): openFile + metadata, against ffprobe -show_format -show_streams")
     add("%-22s %8s %6s %10s %14s %11s %9s %12s" % ("file", "frames", "RIFFs", "open ms", "velloro probe ms",
@@ -317,13 +372,12 @@ def fmt_table(report):
         add("")
         lines.extend(fmt_many(report["many"]))
     add("")
-    add("== write, %s (%.0f MB)" % (report["write_source"], report["write_bytes"] / 1e6))
-    add("%-32s %9s %9s %10s %9s %8s %10s %10s" % ("", "s", "MB/s", "frames/s", "RSS MiB", "vs dd", "vs dd dir",
-                                                   "vs dd copy"))
+    add("== write, %s (%.0f MB; export's source in memory)" % (report["write_source"], report["write_bytes"] / 1e6))
+    add("%-32s %9s %9s %10s %9s %8s %12s" % ("", "s", "MB/s", "frames/s", "RSS MiB", "vs fio", "vs container"))
     for label, x in report["write"].items():
-        add("%-32s %9.3f %9.1f %10.1f %9.1f %8.2f %10.2f %10.2f" % (
-            label, x["seconds"], x["mb_per_s"], x["frames_per_s"], x["peak_rss_kib"] / 1024, x["vs_dd"],
-            x["vs_dd_direct"], x["vs_dd_copy"]))
+        add("%-32s %9.3f %9.1f %10.1f %9s %8.2f %12.2f" % (
+            label, x["seconds"], x["mb_per_s"], x["frames_per_s"],
+            "%.1f" % (x["peak_rss_kib"] / 1024) if x["peak_rss_kib"] else "", x["vs_fio"], x["vs_container"]))
     f = report.get("flush")
     if f:
         add("")
@@ -357,7 +411,8 @@ def main():
               "files": {}, "open": {}}
     if disk[1] in ("tmpfs", "ramfs"):
         print("warning: %s is on %s, not a real disk" % (args.data, disk[1]), file=sys.stderr)
-    frames = 518  # 1920x1080 UYVY with its audio: about 2 GiB
+    # Each file about 2 GiB: a pass takes seconds, not a process's start.
+    frames = 518  # 1920x1080 UYVY with its audio
     made = []
     if args.only_many:
         try:
@@ -375,8 +430,8 @@ def main():
                 json.dump(report, f, indent=2)
         return
     files = [("uyvy", "uyvy.avi", frames, "1920x1080 UYVY + 48 kHz stereo PCM"),
-             ("dv", "dv.avi", frames, "144000-byte DV frames, 25 fps + PCM"),
-             ("gop", "gop.avi", 3000, "MPEG-2 long GOP (12), frame-type index + PCM")]
+             ("dv", "dv.avi", 15000, "144000-byte DV frames, 25 fps + PCM"),
+             ("gop", "gop.avi", 18000, "MPEG-2 long GOP (12), frame-type index + PCM")]
     try:
         for kind, name, n, what in files:
             path = make_file(r, kind, name, n)

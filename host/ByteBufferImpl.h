@@ -30,10 +30,15 @@ public:
     std::uint32_t append(std::uint32_t n);
 
 protected:
-    void adopt(unsigned char* storage, unsigned char* data, std::uint32_t capacity);
+    // storageBytes: the size of a block the host may keep for reuse when
+    // this buffer goes; 0 for one it simply frees.
+    void adopt(unsigned char* storage, unsigned char* data, std::uint32_t capacity, std::uint64_t storageBytes = 0);
 
 private:
+    void release();
+
     unsigned char* storage_ = nullptr;
+    std::uint64_t storageBytes_ = 0;
     unsigned char* data_ = nullptr;
     std::uint32_t capacity_ = 0;
     std::uint32_t offset_ = 0;

@@ -5,6 +5,7 @@
 
 #include "host/AlignedByteBufferImpl.h"
 #include "host/ByteBufferImpl.h"
+#include "BlockCache.h"
 
 namespace {
 constexpr std::uint32_t kHugePage = 2u << 20;
@@ -12,13 +13,25 @@ constexpr std::uint32_t kHugePage = 2u << 20;
 
 ByteBufferImpl::~ByteBufferImpl()
 {
-    delete[] storage_;
+    release();
 }
 
-void ByteBufferImpl::adopt(unsigned char* storage, unsigned char* data, std::uint32_t capacity)
+void ByteBufferImpl::release()
 {
-    delete[] storage_;
+    if (storageBytes_)
+        vlhost::BlockCache::give(storage_, storageBytes_);
+    else
+        delete[] storage_;
+    storage_ = nullptr;
+    storageBytes_ = 0;
+}
+
+void ByteBufferImpl::adopt(unsigned char* storage, unsigned char* data, std::uint32_t capacity,
+                           std::uint64_t storageBytes)
+{
+    release();
     storage_ = storage;
+    storageBytes_ = storage ? storageBytes : 0;
     data_ = data;
     capacity_ = capacity;
     offset_ = 0;
@@ -67,15 +80,19 @@ bool AlignedByteBufferImpl::alloc(std::uint32_t size, std::uint32_t alignment)
         adopt(nullptr, nullptr, 0);
         return false;
     }
-    auto* p = new (std::nothrow) unsigned char[span + align];
+    std::uint64_t bytes = span + align;
+    unsigned char* p = huge ? vlhost::BlockCache::take(bytes, bytes) : nullptr;
+    const bool reused = p != nullptr;
+    if (!p)
+        p = new (std::nothrow) unsigned char[bytes];
     if (!p) {
         adopt(nullptr, nullptr, 0);
         return false;
     }
     auto address = reinterpret_cast<std::uintptr_t>(p);
     auto aligned = (address + align - 1) & ~std::uintptr_t(align - 1);
-    if (huge)
+    if (huge && !reused)
         ::madvise(reinterpret_cast<void*>(aligned), span, MADV_HUGEPAGE); // a hint; small pages work the same
-    adopt(p, p + (aligned - address), size);
+    adopt(p, p + (aligned - address), size, huge ? bytes : 0);
     return true;
 }
