@@ -22,7 +22,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <deque>
 #include <memory>
 #include <random>
 #include <string>
@@ -30,6 +29,7 @@
 #include <vector>
 
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"
+#include "Play.h"
 #include "PluginLoader.h"
 #include "util/stringUtils.h"
 #include "vlhost/HostStats.h"
@@ -41,12 +41,6 @@ using Morvane::Avi::FileReader;
 using Morvane::Avi::IndexEntry;
 
 constexpr std::size_t kAlign = 4096;
-// Requests in flight on the sequential pass: the file lock serialises the
-// reads, so a few keep the disk busy; the caller holds every finished frame
-// of the window, which would otherwise dominate the peak memory.
-constexpr std::size_t kWindow = 8;
-// Audio requests in flight at most, as velloro's framemd5 keeps them.
-constexpr std::size_t kAudioInFlight = 16;
 
 struct FreeBlock
 {
@@ -204,104 +198,15 @@ struct Plugin
     }
 };
 
-struct Counts
+// The sequential passes read as velloro play --as-fast-as-possible does: a
+// few frames (or groups) in flight, and the audio asked for up to the frame
+// taken or, in playback order, a little ahead of it.
+velloro::PlayOptions asFastAsPossible(bool playback)
 {
-    std::uint64_t frames = 0;
-    std::uint64_t videoBytes = 0;
-    std::uint64_t audioBytes = 0;
-};
-
-// Requests as velloro's framemd5 makes them, without the hashing: kWindow frames
-// (or groups) in flight, and the audio in 16384-sample requests up to the
-// frame taken. In playback order the audio is asked for as a player does, a
-// little ahead of the frame shown.
-bool play(Vl::FileReaderResource& reader, const Vl::Ptr<FileReadInstance>& file, bool playback, Counts& counts,
-          std::string& error)
-{
-    const ShotVideoMetadata& v = file->metadata()->video();
-    const Aud::Metadata& a = file->metadata()->audio();
-    const bool longGop = v.gopSize() >= 2;
-    auto request = [&](unsigned frame) {
-        return reader.readVideoSample(file, frame, longGop, VideoReadRequest::eCompressed, nullptr, nullptr, true);
-    };
-    std::vector<std::uint64_t> audioAt(a.audioStreams(), 0);
-    const std::uint64_t audioTotal = a.audioStreams() ? a.lengthInSamples() : 0;
-    // Audio requests stay in flight beside the frames' and are counted as
-    // they finish (in order, as a digest takes them); the frames never wait
-    // for them.
-    std::deque<Vl::Ptr<AudioReadRequest>> audioInFlight;
-    bool audioFailed = false;
-    auto collect = [&](bool wait) {
-        while (!audioInFlight.empty()) {
-            Vl::Ptr<AudioReadRequest> r = audioInFlight.front();
-            const RequestStatus::eFileReqStatus status = r->getStatus();
-            if (!wait && (status == RequestStatus::eNone || status == RequestStatus::ePending ||
-                          status == RequestStatus::eInProgress))
-                return;
-            audioInFlight.pop_front();
-            if (r->wait() != RequestStatus::eCompleted || r->result().samples() == 0) {
-                audioFailed = true;
-                continue;
-            }
-            counts.audioBytes +=
-                std::uint64_t(r->result().samples()) * r->result().bytesPerSample() * r->result().channels();
-        }
-    };
-    // Each stream's audio up to sample limit, in 16384-sample requests.
-    auto audioUpTo = [&](std::uint64_t limit) {
-        for (std::uint32_t k = 0; k < a.audioStreams() && !audioFailed; ++k) {
-            for (std::uint64_t& start = audioAt[k];
-                 start < std::min(limit, audioTotal) && !audioFailed && audioInFlight.size() < kAudioInFlight;) {
-                std::uint32_t n = static_cast<std::uint32_t>(std::min<std::uint64_t>(16384, audioTotal - start));
-                Vl::Ptr<AudioReadRequest> r(new AudioReadRequest(file, k, static_cast<std::uint32_t>(start), n));
-                reader.readAudioSample(r, true);
-                audioInFlight.push_back(r);
-                start += n;
-                collect(false);
-            }
-        }
-    };
-    std::deque<Vl::Ptr<VideoReadRequest>> inFlight;
-    const unsigned length = v.videoTrackCount() ? v.lengthInFrames() : 0;
-    // Long-GOP material is asked for a group at a time: the first request
-    // tells how long the groups are.
-    unsigned step = 1;
-    if (length && longGop) {
-        Vl::Ptr<VideoReadRequest> first = request(0);
-        first->wait();
-        if (first->getIndexInfo() && first->getIndexInfo()->getNumGopFrames())
-            step = first->getIndexInfo()->getNumGopFrames();
-    }
-    unsigned next = 0;
-    while (next < length || !inFlight.empty()) {
-        while (next < length && inFlight.size() < kWindow) {
-            inFlight.push_back(request(next));
-            next += step;
-        }
-        Vl::Ptr<VideoReadRequest> r = inFlight.front();
-        inFlight.pop_front();
-        Vl::Ptr<FrameBuffer> frame;
-        if (r->wait() == RequestStatus::eCompleted)
-            frame = r->getResult();
-        if (!frame) {
-            error = "frame " + std::to_string(r->getFrame()) + " could not be read";
-            inFlight.clear();
-            collect(true);
-            return false;
-        }
-        counts.frames += r->getIndexInfo() ? r->getIndexInfo()->getNumGopFrames() : 1;
-        counts.videoBytes += frame->size();
-        audioUpTo(audioTotal * counts.frames / length + (playback ? 16384 : 0));
-    }
-    auto audioLeft = [&] {
-        return std::any_of(audioAt.begin(), audioAt.end(), [&](std::uint64_t at) { return at < audioTotal; });
-    };
-    while (audioLeft() && !audioFailed) {
-        audioUpTo(audioTotal);
-        collect(true);
-    }
-    collect(true);
-    return true;
+    velloro::PlayOptions o;
+    o.paced = false;
+    o.audioLead = playback ? 16384 : 0;
+    return o;
 }
 
 int pluginPass(const char* path, bool playback)
@@ -316,8 +221,8 @@ int pluginPass(const char* path, bool playback)
     const double cpu0 = cpuSeconds();
     if (!p.openFile(path, error))
         return fail(path, error);
-    Counts counts;
-    if (!play(*p.reader, p.file, playback, counts, error))
+    velloro::PlayResult counts;
+    if (!velloro::playFile(*p.reader, p.file, asFastAsPossible(playback), counts, error))
         return fail(path, error);
     p.reader->waitForIdle();
     printPass(playback ? "playback" : "plugin", path, counts.frames, counts.videoBytes, counts.audioBytes,
@@ -357,13 +262,14 @@ int manyPass(unsigned open, unsigned played, const std::vector<const char*>& pat
     }
     const long opened = rssKb();
     played = std::min<unsigned>(played, open);
-    std::vector<Counts> counts(played);
+    std::vector<velloro::PlayResult> counts(played);
     std::vector<std::string> errors(played);
     std::vector<char> ok(played, 0);
     auto t0 = Clock::now();
     std::vector<std::thread> players;
     for (unsigned k = 0; k < played; ++k)
-        players.emplace_back([&, k] { ok[k] = play(*p.reader, files[k], true, counts[k], errors[k]); });
+        players.emplace_back(
+            [&, k] { ok[k] = velloro::playFile(*p.reader, files[k], asFastAsPossible(true), counts[k], errors[k]); });
     for (std::thread& t : players)
         t.join();
     p.reader->waitForIdle();

@@ -6,9 +6,11 @@
 #include <cstdio>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "Coding.h"
 #include "DiskCheck.h"
+#include "Play.h"
 #include "PluginRead.h"
 #include "PluginWrite.h"
 #include "Repair.h"
@@ -111,8 +113,8 @@ int main(int argc, char** argv)
     app.set_version_flag("--version", std::string("velloro ") + VELLORO_VERSION);
     app.require_subcommand(1);
     app.footer("Ctrl-C or SIGTERM stops export and render after the frame being written and closes OUT\n"
-               "with the frames so far; the status is then 130 (SIGINT) or 143. A usage error exits with 2,\n"
-               "a failure with 1.");
+               "with the frames so far, and play after the reads in flight with the report so far; the status\n"
+               "is then 130 (SIGINT) or 143. A usage error exits with 2, a failure with 1.");
 
     std::string dir = ".", file, in, out;
     bool json = false, overwrite = false, quiet = false;
@@ -154,6 +156,21 @@ int main(int argc, char** argv)
     repair->add_option("IN", in)->required();
     repair->add_option("OUT", out);
     overwriteFlag(repair);
+    std::vector<std::string> files;
+    double playSeconds = 0.0;
+    bool asFastAsPossible = false;
+    CLI::App* play = app.add_subcommand(
+        "play", "play the FILEs at once in playback order, each at its own frame rate, as the editor's players do:\n"
+                "frames late, headroom over real time and MB/s per file (can this disk play these streams?)");
+    play->add_option("FILE", files, "AVI files, played side by side")->required();
+    play->add_option("--for", playSeconds, "seconds of material to play from the start of each (default: all of it)")
+        ->type_name("S")
+        ->check(CLI::Range(1e-3, 1e7));
+    play->add_flag("--as-fast-as-possible", asFastAsPossible,
+                   "no clock: every read asked for as soon as the window allows, no frame late; the report is\n"
+                   "then about throughput");
+    play->add_flag("--json", json, "one JSON object with the same figures");
+    play->footer(velloro::kPlayReport);
 
     // A first word that names no command is the error, not the missing command.
     if (argc > 1 && argv[1][0] != '-' && app.get_subcommands([&](CLI::App* c) { return c->get_name() == argv[1]; }).empty()) {
@@ -180,6 +197,8 @@ int main(int argc, char** argv)
         velloro::applyFormatDefaults(options, render->count("--size") > 0, render->count("--rate") > 0);
         return velloro::renderCommand(out.c_str(), overwrite, options, quiet);
     }
+    if (play->parsed())
+        return velloro::playCommand(files, playSeconds, asFastAsPossible, json);
     if (thumbnails->parsed())
         return velloro::thumbnailsCommand(file.c_str(), out.c_str(), count);
     return velloro::repairCommand(in.c_str(), out.empty() ? nullptr : out.c_str(), overwrite);
