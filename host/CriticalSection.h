@@ -33,8 +33,15 @@ public:
     };
 
 private:
+    // A waiter sleeps on the slot of its ticket, and a leave wakes only the
+    // slot whose turn it is: with one condition for all, every leave woke
+    // every waiter, and a file read by many threads spent most of its CPU
+    // waking threads that went straight back to sleep.
+    static constexpr unsigned kSlots = 16;
+    std::condition_variable& slot(std::uint64_t ticket) { return turn_[ticket % kSlots]; }
+
     std::mutex mutex_;
-    std::condition_variable turn_;
+    std::condition_variable turn_[kSlots];
     std::thread::id owner_;
     std::uint32_t depth_ = 0;
     std::uint64_t nextTicket_ = 0; // handed to each thread that waits

@@ -9,7 +9,7 @@ void CriticalSection::enter()
         return;
     }
     const std::uint64_t ticket = nextTicket_++;
-    turn_.wait(lock, [&] { return depth_ == 0 && serving_ == ticket; });
+    slot(ticket).wait(lock, [&] { return depth_ == 0 && serving_ == ticket; });
     owner_ = me;
     depth_ = 1;
 }
@@ -22,7 +22,7 @@ void CriticalSection::leave()
     if (--depth_ == 0) {
         owner_ = std::thread::id();
         ++serving_;
-        turn_.notify_all();
+        slot(serving_).notify_all(); // the next ticket, and any that share its slot
     }
 }
 
