@@ -301,13 +301,31 @@ def many_clips(r, paths, opened=200):
         j["peak_rss_kib"] = peak
         secs["plugin"].append(j["seconds"])
         outs.append(j)
+    # The same files with velloro play, as fast as the disk goes, against
+    # fio reading all of them at once; then at their own rate.
+    play = [r.tool("velloro"), "play", "--as-fast-as-possible", "--json"] + paths
+    fios = {1: [], 16: []}
+    plays, play_peaks = [], []
+    for _ in range(r.runs):
+        for depth in fios:
+            fios[depth].append(fio(r, paths, "read", depth))
+        s, peak, out = r.timed(play)
+        plays.append(json.loads(out)["total"]["mb_per_s"])
+        play_peaks.append(peak)
+    fio_best = max(statistics.median(v) for v in fios.values())
+    r.drop_cache()
+    _, paced_peak, out = r.timed([r.tool("velloro"), "play", "--for", "20", "--json"] + paths, cold=False)
+    paced = json.loads(out)["total"]
     dd_s = statistics.median(secs["dd"])
     ours = statistics.median(secs["plugin"])
     return {"files": len(paths), "opened": opened, "bytes": size, "dd_seconds": dd_s, "dd_mb_per_s": size / dd_s / 1e6,
             "plugin_seconds": ours, "plugin_mb_per_s": size / ours / 1e6, "vs_dd": dd_s / ours,
             "peak_rss_kib": max(o["peak_rss_kib"] for o in outs),
             "rss_loaded_kib": max(o["rss_loaded_kb"] for o in outs), "rss_open_kib": max(o["rss_open_kb"] for o in outs),
-            "rss_idle_kib": max(o["rss_idle_kb"] for o in outs), "rss_closed_kib": max(o["rss_closed_kb"] for o in outs)}
+            "rss_idle_kib": max(o["rss_idle_kb"] for o in outs), "rss_closed_kib": max(o["rss_closed_kb"] for o in outs),
+            "fio_1_mb_per_s": statistics.median(fios[1]), "fio_16_mb_per_s": statistics.median(fios[16]),
+            "play_mb_per_s": statistics.median(plays), "play_vs_fio": statistics.median(plays) / fio_best,
+            "play_peak_rss_kib": max(play_peaks), "paced": paced, "paced_peak_rss_kib": paced_peak}
 
 
 def fmt_many(m):
@@ -322,6 +340,13 @@ def fmt_many(m):
             "plug-in, one thread per clip", m["plugin_seconds"], m["plugin_mb_per_s"], m["vs_dd"],
             m["peak_rss_kib"] / 1024, m["rss_open_kib"] / 1024, m["rss_idle_kib"] / 1024,
             m["rss_closed_kib"] / 1024),
+        "%-32s %9s %9.1f" % ("fio, 8 files, 1 in flight each", "", m["fio_1_mb_per_s"]),
+        "%-32s %9s %9.1f" % ("fio, 8 files, 16 in flight each", "", m["fio_16_mb_per_s"]),
+        "%-32s %9s %9.1f %8s %12.1f   vs fio %.2f" % ("velloro play --as-fast-as-possible", "", m["play_mb_per_s"],
+                                                      "", m["play_peak_rss_kib"] / 1024, m["play_vs_fio"]),
+        "velloro play --for 20 (own rate): %d frames, %d late (worst %.1f ms), headroom %.1fx, peak RSS %.1f MiB" % (
+            m["paced"]["frames"], m["paced"]["frames_late"], m["paced"]["worst_late_ms"], m["paced"]["headroom"],
+            m["paced_peak_rss_kib"] / 1024),
     ]
 
 
