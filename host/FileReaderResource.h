@@ -16,7 +16,8 @@
 namespace Vl {
 
 // A component that reads one kind of media file. Requests queued with
-// async true are served by worker threads, at most getMaxRequests() at once.
+// async true are served by worker threads, at most getMaxRequests() at once
+// and one file's requests one at a time, in the order asked.
 class VL_HOST_API FileReaderResource : public VlResourceTypeBase
 {
 public:

@@ -12,7 +12,10 @@
 namespace Vl {
 
 // The editor's request queue of one reader: a job is a video or an audio
-// request; workers start with the first queued request.
+// request; workers start with the first queued request. A reader serves one
+// file's requests one at a time under the file's lock, so a second worker on
+// the same file would only wait for the first and be woken per frame: each
+// file has at most one worker, and the others serve other files.
 struct FileReaderResource::Queue
 {
     struct Job
@@ -20,12 +23,27 @@ struct FileReaderResource::Queue
         Vl::Ptr<VideoReadRequest> video;
         Vl::Ptr<AudioReadRequest> audio;
         bool wholeGroup = false; // the video request's group record is still to be looked up
+
+        const FileReadInstance* file() const
+        {
+            return video ? video->getFileInstance().get() : audio ? audio->getFileInstance().get() : nullptr;
+        }
     };
+
+    // The first job, in the order asked, whose file no worker is serving.
+    std::deque<Job>::iterator next()
+    {
+        return std::find_if(jobs.begin(), jobs.end(), [this](const Job& job) {
+            const FileReadInstance* file = job.file();
+            return !file || std::find(serving.begin(), serving.end(), file) == serving.end();
+        });
+    }
 
     std::mutex mutex;
     std::condition_variable wake;
     std::condition_variable idle;
     std::deque<Job> jobs;
+    std::vector<const FileReadInstance*> serving; // the files that workers are serving now
     std::vector<std::thread> workers;
     std::uint32_t queued = 0; // waiting or being served
     std::uint32_t inFlight = 0;
@@ -83,18 +101,28 @@ void FileReaderResource::serve(Queue& q)
 {
     std::unique_lock lock(q.mutex);
     for (;;) {
-        q.wake.wait(lock, [&q] { return q.stopping || !q.jobs.empty(); });
-        if (q.jobs.empty())
+        auto found = q.jobs.end();
+        q.wake.wait(lock, [&] {
+            found = q.next();
+            return found != q.jobs.end() || (q.stopping && q.jobs.empty());
+        });
+        if (found == q.jobs.end())
             return; // stopping, and the queue is drained
-        Queue::Job job = std::move(q.jobs.front());
-        q.jobs.pop_front();
+        Queue::Job job = std::move(*found);
+        q.jobs.erase(found);
+        const FileReadInstance* file = job.file();
+        if (file)
+            q.serving.push_back(file);
         ++q.inFlight;
         q.peak = std::max(q.peak, q.inFlight);
+        // Another file's request may be waiting behind this one.
+        if (q.next() != q.jobs.end())
+            q.wake.notify_one();
         lock.unlock();
         try {
             if (job.video && job.wholeGroup) {
-                Vl::Ptr<FileReadInstance> file = job.video->getFileInstance();
-                VlFileIxCache_open(file, job.video->getIndexInfo(), job.video->getFrame());
+                Vl::Ptr<FileReadInstance> instance = job.video->getFileInstance();
+                VlFileIxCache_open(instance, job.video->getIndexInfo(), job.video->getFrame());
             }
             if (job.video)
                 readVideo(job.video);
@@ -107,9 +135,14 @@ void FileReaderResource::serve(Queue& q)
         }
         job = Queue::Job(); // the request is released outside the queue's lock
         lock.lock();
+        if (file)
+            q.serving.erase(std::find(q.serving.begin(), q.serving.end(), file));
         --q.inFlight;
         if (--q.queued == 0)
             q.idle.notify_all();
+        // Workers that found only busy files wait for the end of the queue.
+        if (q.stopping && q.jobs.empty())
+            q.wake.notify_all();
     }
 }
 
@@ -147,7 +180,10 @@ bool FileReaderResource::enqueue(Vl::Ptr<VideoReadRequest> video, Vl::Ptr<AudioR
     }
     queue_->jobs.push_back({std::move(video), std::move(audio), wholeGroup});
     ++queue_->queued;
-    queue_->wake.notify_one();
+    // A request for a file being served waits for that file's worker.
+    const FileReadInstance* file = queue_->jobs.back().file();
+    if (!file || std::find(queue_->serving.begin(), queue_->serving.end(), file) == queue_->serving.end())
+        queue_->wake.notify_one();
     return true;
 }
 

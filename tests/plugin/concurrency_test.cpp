@@ -2,8 +2,12 @@
 // bytes that one thread reading frame after frame gets.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <condition_variable>
 #include <map>
+#include <mutex>
 #include <new>
+#include <thread>
 #include <vector>
 
 #include "Md5.h"
@@ -77,6 +81,28 @@ TEST_F(InFlight, SeveralFilesVideoAndAudioAtOnce)
             }
         }
     }
+    // The editor's own threads read the same files at once, each request
+    // served on the asking thread: the file's lock is contended as well.
+    std::vector<std::vector<std::string>> wrong(3);
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < wrong.size(); ++t)
+        threads.emplace_back([&, t] {
+            for (auto& [name, f] : files) {
+                const unsigned n = f->metadata()->video().lengthInFrames();
+                for (unsigned i = 0; i < n; ++i) {
+                    const unsigned k = (i * 5 + t) % n;
+                    auto r = reader_->readVideoSample(f, k, false, VideoReadRequest::eCompressed, nullptr, nullptr,
+                                                      false);
+                    if (r->getStatus() != RequestStatus::eCompleted ||
+                        velloro::Md5::of(r->getResult()->bytes(), r->getResult()->size()) != expected[name][k])
+                        wrong[t].push_back(name + " " + std::to_string(k));
+                }
+            }
+        });
+    for (auto& t : threads)
+        t.join();
+    for (const auto& w : wrong)
+        EXPECT_TRUE(w.empty()) << w.front();
     for (const Asked& a : asked) {
         if (a.video) {
             ASSERT_EQ(a.video->wait(), RequestStatus::eCompleted) << a.name << " " << a.frame;
@@ -115,6 +141,93 @@ public:
     std::uint32_t getOutputImageFormat(Vl::Ptr<FileReadInstance>&) override { return 0; }
     int readAudio(Vl::Ptr<AudioReadRequest>&) override { throw std::bad_alloc(); }
 };
+
+// A reader that records, per file, how many of its requests are being
+// served at once and in which order. The first request of the first file
+// holds its worker until a request of another file has started, so that
+// files served one after the other (one worker for all) show as a stall.
+class Recording : public Vl::FileReaderResource
+{
+public:
+    struct File : FileReadInstance
+    {
+        File() : PlayFile(L"recorded.avi"), FileReadInstance(eOpenForPlayback) {}
+        bool readMetadata() override { return true; }
+    };
+
+    Recording() : Vl::FileReaderResource("recording", 1) {}
+    ~Recording() override { stopRequests(); }
+    Vl::Ptr<FileReadInstance> openFile(const VlWString&, FileReadInstance::OpenType) override { return nullptr; }
+    int isFileFormatSupported(const VlWString&, FileReadInstance::OpenType, const PlayFileMetadata&) override
+    {
+        return 0;
+    }
+    void VlFileIxCache_open(Vl::Ptr<FileReadInstance>&, Vl::Ptr<IndexInfo>&, unsigned) override {}
+    std::uint32_t getMaxRequests() const override { return 8; }
+    std::uint32_t getOutputImageFormat(Vl::Ptr<FileReadInstance>&) override { return 0; }
+
+    int readVideo(Vl::Ptr<VideoReadRequest>& request) override
+    {
+        const FileReadInstance* file = request->getFileInstance().get();
+        {
+            std::unique_lock lock(mutex_);
+            Seen& seen = seen_[file];
+            seen.most = std::max(seen.most, ++seen.now);
+            seen.order.push_back(request->getFrame());
+            if (!first_) {
+                first_ = file;
+                otherStarted_ = changed_.wait_for(lock, std::chrono::seconds(10), [this] { return started_ > 1; });
+            }
+            ++started_;
+            changed_.notify_all();
+        }
+        std::this_thread::yield();
+        {
+            std::lock_guard lock(mutex_);
+            --seen_[file].now;
+        }
+        request->requestHasCompleted(RequestStatus::eCompleted);
+        return RequestStatus::eCompleted;
+    }
+    int readAudio(Vl::Ptr<AudioReadRequest>&) override { return RequestStatus::eFailed; }
+
+    struct Seen
+    {
+        unsigned now = 0;
+        unsigned most = 0;
+        std::vector<unsigned> order;
+    };
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    std::map<const FileReadInstance*, Seen> seen_;
+    const FileReadInstance* first_ = nullptr;
+    unsigned started_ = 0;
+    bool otherStarted_ = false;
+};
+
+TEST(Requests, OneFileIsServedOneRequestAtATimeInOrderAndOtherFilesBesideIt)
+{
+    Recording reader;
+    std::vector<Vl::Ptr<FileReadInstance>> files{new Recording::File, new Recording::File, new Recording::File};
+    std::vector<Vl::Ptr<VideoReadRequest>> asked;
+    constexpr unsigned kFrames = 40;
+    for (unsigned k = 0; k < kFrames; ++k)
+        for (const auto& f : files)
+            asked.push_back(reader.readVideoSample(f, k, false, VideoReadRequest::eCompressed, nullptr, nullptr, true));
+    for (auto& r : asked)
+        EXPECT_EQ(r->wait(), RequestStatus::eCompleted);
+    reader.waitForIdle();
+    std::lock_guard lock(reader.mutex_);
+    EXPECT_TRUE(reader.otherStarted_) << "a second file waited for the first file's request";
+    std::vector<unsigned> inOrder(kFrames);
+    for (unsigned k = 0; k < kFrames; ++k)
+        inOrder[k] = k;
+    for (const auto& f : files) {
+        const Recording::Seen& seen = reader.seen_[f.get()];
+        EXPECT_EQ(seen.most, 1u);
+        EXPECT_EQ(seen.order, inOrder);
+    }
+}
 
 TEST(Requests, AReaderThatThrowsFailsItsRequestsInsteadOfLeavingThemWaiting)
 {

@@ -284,10 +284,9 @@ void ReadAhead::clear()
 
 void ReadAhead::clearLocked()
 {
-    if (reader_.joinable())
-        reader_.join();
+    background_.collect();
     second_ = nullptr;
-    pendingStart_ = pendingSize_ = pendingGot_ = 0;
+    pendingStart_ = pendingSize_ = 0;
     for (Window& w : windows_) {
         w.bytes.reset();
         w.start = w.length = 0;
@@ -314,7 +313,7 @@ void ReadAhead::readNextInBackground(const std::wstring& path, iFile::eFlags fla
 // Whether [pos, pos + n) reaches into the window being read in the background.
 bool ReadAhead::pendingHolds(std::uint64_t pos, std::uint64_t n) const
 {
-    return reader_.joinable() && pos + n > pendingStart_ && pos < pendingStart_ + pendingSize_;
+    return background_.pending() && pos + n > pendingStart_ && pos < pendingStart_ + pendingSize_;
 }
 
 // Reads the window after a whole newest one in the background, unless one
@@ -326,7 +325,7 @@ void ReadAhead::readNext(iFile& file, std::uint64_t pos, std::uint64_t n)
     if (path_.empty() || !newest.whole || !newest.holds(pos, n))
         return;
     const std::uint64_t start = newest.end();
-    if (reader_.joinable()) {
+    if (background_.pending()) {
         if (pendingStart_ == start)
             return;
         settle(); // left behind by a jump: long done, and dropped
@@ -351,30 +350,22 @@ void ReadAhead::readNext(iFile& file, std::uint64_t pos, std::uint64_t n)
     }
     pendingStart_ = start;
     pendingSize_ = size;
-    pendingGot_ = 0;
-    iFile* handle = second_.get();
-    unsigned char* into = w.bytes.data();
-    try {
-        reader_ = std::thread([this, handle, into, start, size] {
-            pendingGot_ = handle->setPosition(start) ? handle->read(into, size) : 0;
-        });
-    } catch (const std::system_error&) {
+    if (!background_.start(*second_, w.bytes.data(), start, size))
         pendingSize_ = 0; // no thread to spare: read in the foreground
-    }
 }
 
 // Waits for the background read and makes its window the newest, when it
 // still goes on from the newest; otherwise its bytes are dropped.
 void ReadAhead::settle()
 {
-    if (!reader_.joinable())
+    if (!background_.pending())
         return;
-    reader_.join();
+    const std::uint64_t got = background_.collect();
     const Window& newest = windows_[newest_];
     Window& w = windows_[next_];
     w.start = pendingStart_;
-    w.length = pendingGot_;
-    w.whole = pendingGot_ == pendingSize_;
+    w.length = got;
+    w.whole = got == pendingSize_;
     pendingSize_ = 0;
     if (!w.length || !newest.whole || newest.end() != w.start) {
         w.length = 0;

@@ -18,8 +18,8 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
-#include <thread>
 
+#include "FileFormats/AVI/avilib/avilib.BackgroundRead.h"
 #include "FileFormats/AVI/avilib/avilib.WindowBuffer.h"
 #include "host/ReadAheadBudget.h"
 #include "host/iFile.h"
@@ -126,15 +126,14 @@ private:
     // takes the windows only from a reader that is not in the middle of one.
     mutable std::mutex mutex_;
 
-    // The background read of the next window: what it asks for, and what
-    // it got (written by its thread, read once it has been joined).
+    // The background read of the next window and what it asks for. The
+    // second handle outlives it: the reader goes before the handle.
     std::wstring path_;
     iFile::eFlags flags_ = iFile::eNone;
     Vl::Ptr<iFile> second_;
-    std::thread reader_;
     std::uint64_t pendingStart_ = 0;
     std::uint64_t pendingSize_ = 0;
-    std::uint64_t pendingGot_ = 0;
+    BackgroundRead background_;
 };
 
 } // namespace Morvane::Avi
