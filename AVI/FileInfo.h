@@ -11,6 +11,8 @@
 #include "host/VideoReadRequest.h"
 #include "host/iMemHolder.h"
 
+class AlignedByteBufferImpl;
+
 namespace Morvane::Avi {
 class FileReader;
 }
@@ -58,6 +60,7 @@ protected:
     virtual std::uint32_t streamStartTimecode(int stream) const;
 
 private:
+    int readInPlace(AlignedByteBufferImpl& group, unsigned frame, std::uint64_t total, std::uint64_t& used);
     void readPictureFormat(std::uint32_t bpp);
     void readVideoMetadata();
     void readAudioMetadata();

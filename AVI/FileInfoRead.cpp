@@ -20,6 +20,9 @@ namespace {
 constexpr int kErrSuccess = 1;
 constexpr int kErrBufferTooSmall = 8;
 constexpr int kErrEndOfFile = 11;
+constexpr int kFailed = -1; // a failure the reader has reported already
+// The most of a previous frame that a later one's first sector can hold.
+constexpr std::uint64_t kMaxLead = 4096;
 
 Vl::Ptr<AlignedByteBufferImpl> alignedBlock(std::uint64_t size, std::uint32_t alignment)
 {
@@ -70,20 +73,30 @@ bool FileInfo::readVideo(Vl::Ptr<iMemHolder>& out, unsigned frame, Vl::Ptr<Index
     if (!group)
         return false;
     out = group;
-    Vl::Ptr<AlignedByteBufferImpl> frameBlock;
-    if (count > 1) {
-        frameBlock = alignedBlock(std::uint64_t(videoBufferSize_) + sectorSize_, sectorSize_);
-        if (!frameBlock)
-            return false;
-    }
+    Vl::Ptr<AlignedByteBufferImpl> frameBlock; // for a later frame that cannot be read in place
 
     std::uint64_t used = 0;
     for (unsigned i = 0; i < count; ++i) {
         if (total <= used)
             return false;
-        Vl::Ptr<AlignedByteBufferImpl>& block = i == 0 ? group : frameBlock;
         unsigned offset = 0;
         unsigned bytes = 0;
+        if (i > 0) {
+            const int err = readInPlace(*group, first + i, total, used);
+            if (err == kErrSuccess)
+                continue;
+            if (err == kFailed)
+                return false;
+            if (err != kErrBufferTooSmall) {
+                LogBoth("AVI API error %s\n", resourceStr(err));
+                return false;
+            }
+            if (!frameBlock)
+                frameBlock = alignedBlock(std::uint64_t(videoBufferSize_) + sectorSize_, sectorSize_);
+            if (!frameBlock)
+                return false;
+        }
+        Vl::Ptr<AlignedByteBufferImpl>& block = i == 0 ? group : frameBlock;
         int err = VlErrFromHresult(reader_->essenceRead(first + i, 1, block->data(), block->capacity(), &offset, &bytes));
         while (err == kErrBufferTooSmall) {
             LogBoth("readSamples: buffer required larger than expected\n");
@@ -127,6 +140,46 @@ bool FileInfo::readVideo(Vl::Ptr<iMemHolder>& out, unsigned frame, Vl::Ptr<Index
     }
     group->setUsed(static_cast<std::uint32_t>(used));
     return true;
+}
+
+// A later frame of a group read straight to its place behind the frames
+// before it, instead of into a block of its own and copied from there: the
+// reader writes whole sectors, so the bytes of the previous frame that share
+// the first sector are kept aside and put back. kErrBufferTooSmall leaves
+// the frame to be read the other way; kErrSuccess adds it to used.
+int FileInfo::readInPlace(AlignedByteBufferImpl& group, unsigned frame, std::uint64_t total, std::uint64_t& used)
+{
+    Morvane::Avi::IndexEntry* entry = nullptr;
+    if (FAILED(reader_->get_IndexEntry(reader_->get_StoredFrame(frame), &entry)) || !entry)
+        return kErrBufferTooSmall;
+    // Where the reader will put the frame within its first sector.
+    const std::uint64_t lead = entry->offset % sectorSize_;
+    const std::uint64_t at = std::uint64_t(group.dataOffset()) + used;
+    if (lead > kMaxLead || at < lead || at - lead >= group.capacity())
+        return kErrBufferTooSmall;
+    unsigned char* base = group.data() + (at - lead);
+    const auto room = static_cast<unsigned>(group.capacity() - (at - lead));
+    unsigned char kept[kMaxLead];
+    std::memcpy(kept, base, lead);
+    unsigned offset = 0;
+    unsigned bytes = 0;
+    const int err = VlErrFromHresult(reader_->essenceRead(frame, 1, base, room, &offset, &bytes));
+    if (err == kErrSuccess && (offset > room || bytes > room - offset)) {
+        std::memcpy(base, kept, lead);
+        return kFailed; // the reader claims more than the block holds
+    }
+    if (err != kErrSuccess) {
+        std::memcpy(base, kept, lead);
+        return err;
+    }
+    // Equality fails too: a later frame must leave room behind it.
+    if (total - used <= bytes || at + bytes > group.capacity())
+        return kFailed;
+    if (offset != lead)
+        std::memmove(base + lead, base + offset, bytes);
+    std::memcpy(base, kept, lead);
+    used += bytes;
+    return kErrSuccess;
 }
 
 int FileInfo::readVideo(Vl::Ptr<FrameBuffer>& out, Vl::Ptr<VideoReadRequest>& request)
