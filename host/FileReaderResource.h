@@ -57,6 +57,10 @@ public:
     void stopRequests();
     // Most requests that were ever being served at once.
     std::uint32_t peakInFlight() const;
+    // Serves request on the calling thread, which is about to wait for it,
+    // when no worker has taken it yet and it is next for its file; false
+    // when it is left to the workers.
+    bool serveWaiting(const VideoReadRequest* request);
 
 protected:
     void addFileType(const VlWString& type);
@@ -65,9 +69,11 @@ protected:
     static void failRequest(const Vl::Ptr<VideoReadRequest>& video, const Vl::Ptr<AudioReadRequest>& audio);
 
 private:
+    struct Job;
     struct Queue;
     bool enqueue(Vl::Ptr<VideoReadRequest> video, Vl::Ptr<AudioReadRequest> audio, bool wholeGroup = false);
     void serve(Queue& queue);
+    void run(Queue& queue, Job& job);
 
     Vector<VlWString> fileTypes_;
     Queue* queue_;

@@ -1,6 +1,7 @@
 #include "host/FileReaderResource.h"
 
 #include <algorithm>
+#include <chrono>
 #include <condition_variable>
 #include <cwctype>
 #include <deque>
@@ -11,25 +12,26 @@
 
 namespace Vl {
 
-// The editor's request queue of one reader: a job is a video or an audio
-// request; workers start with the first queued request. A reader serves one
-// file's requests one at a time under the file's lock, so a second worker on
-// the same file would only wait for the first and be woken per frame: each
-// file has at most one worker, and the others serve other files.
+// A video or an audio request in the queue.
+struct FileReaderResource::Job
+{
+    Vl::Ptr<VideoReadRequest> video;
+    Vl::Ptr<AudioReadRequest> audio;
+    bool wholeGroup = false; // the video request's group record is still to be looked up
+
+    const FileReadInstance* file() const
+    {
+        return video ? video->getFileInstance().get() : audio ? audio->getFileInstance().get() : nullptr;
+    }
+};
+
+// The editor's request queue of one reader; workers start with the first
+// queued request. A reader serves one file's requests one at a time under
+// the file's lock, so a second worker on the same file would only wait for
+// the first and be woken per frame: each file has at most one server, and
+// the others serve other files.
 struct FileReaderResource::Queue
 {
-    struct Job
-    {
-        Vl::Ptr<VideoReadRequest> video;
-        Vl::Ptr<AudioReadRequest> audio;
-        bool wholeGroup = false; // the video request's group record is still to be looked up
-
-        const FileReadInstance* file() const
-        {
-            return video ? video->getFileInstance().get() : audio ? audio->getFileInstance().get() : nullptr;
-        }
-    };
-
     // The first job, in the order asked, whose file no worker is serving.
     std::deque<Job>::iterator next()
     {
@@ -38,6 +40,25 @@ struct FileReaderResource::Queue
             return !file || std::find(serving.begin(), serving.end(), file) == serving.end();
         });
     }
+
+    // Takes the job out of the queue for its server, the queue locked.
+    Job take(std::deque<Job>::iterator at)
+    {
+        Job job = std::move(*at);
+        jobs.erase(at);
+        if (const FileReadInstance* file = job.file())
+            serving.push_back(file);
+        ++inFlight;
+        peak = std::max(peak, inFlight);
+        // Another file's request may be waiting behind this one.
+        if (next() != jobs.end())
+            wake.notify_one();
+        return job;
+    }
+
+    using Clock = std::chrono::steady_clock;
+    static constexpr std::chrono::milliseconds kWatch{1};
+    static constexpr std::chrono::milliseconds kActive{100};
 
     std::mutex mutex;
     std::condition_variable wake;
@@ -49,6 +70,12 @@ struct FileReaderResource::Queue
     std::uint32_t inFlight = 0;
     std::uint32_t peak = 0;
     bool stopping = false;
+    // A worker is looking at the queue every kWatch, as it does while the
+    // last request is less than kActive old: a request needs no wake-up
+    // then, which costs the asking thread more than reading a small frame
+    // (a waiting thread serves its own request; others wait a kWatch).
+    bool watching = false;
+    Clock::time_point lastAsked;
 };
 
 FileReaderResource::FileReaderResource(const String& name, std::uint32_t typeCode)
@@ -101,49 +128,82 @@ void FileReaderResource::serve(Queue& q)
 {
     std::unique_lock lock(q.mutex);
     for (;;) {
-        auto found = q.jobs.end();
-        q.wake.wait(lock, [&] {
-            found = q.next();
-            return found != q.jobs.end() || (q.stopping && q.jobs.empty());
-        });
-        if (found == q.jobs.end())
+        auto found = q.next();
+        if (found == q.jobs.end() && q.stopping && q.jobs.empty())
             return; // stopping, and the queue is drained
-        Queue::Job job = std::move(*found);
-        q.jobs.erase(found);
-        const FileReadInstance* file = job.file();
-        if (file)
-            q.serving.push_back(file);
-        ++q.inFlight;
-        q.peak = std::max(q.peak, q.inFlight);
-        // Another file's request may be waiting behind this one.
-        if (q.next() != q.jobs.end())
-            q.wake.notify_one();
-        lock.unlock();
-        try {
-            if (job.video && job.wholeGroup) {
-                Vl::Ptr<FileReadInstance> instance = job.video->getFileInstance();
-                VlFileIxCache_open(instance, job.video->getIndexInfo(), job.video->getFrame());
+        if (found == q.jobs.end()) {
+            // While requests keep coming, one worker looks at the queue every
+            // millisecond instead of being woken for each of them.
+            if (!q.watching && Queue::Clock::now() - q.lastAsked < Queue::kActive) {
+                q.watching = true;
+                q.wake.wait_for(lock, Queue::kWatch);
+                q.watching = false;
+            } else {
+                q.wake.wait(lock);
             }
-            if (job.video)
-                readVideo(job.video);
-            else
-                readAudio(job.audio);
-        } catch (...) {
-            // A reader that throws (the editor's memory ran out) fails its
-            // request: whoever waits on it is told so, not left waiting.
-            failRequest(job.video, job.audio);
+            continue;
         }
-        job = Queue::Job(); // the request is released outside the queue's lock
+        Job job = q.take(found);
+        lock.unlock();
+        run(q, job);
         lock.lock();
-        if (file)
-            q.serving.erase(std::find(q.serving.begin(), q.serving.end(), file));
-        --q.inFlight;
-        if (--q.queued == 0)
-            q.idle.notify_all();
-        // Workers that found only busy files wait for the end of the queue.
-        if (q.stopping && q.jobs.empty())
-            q.wake.notify_all();
     }
+}
+
+// A taken job, served with the queue's lock released, and its end.
+void FileReaderResource::run(Queue& q, Job& job)
+{
+    const FileReadInstance* file = job.file();
+    try {
+        if (job.video && job.wholeGroup) {
+            Vl::Ptr<FileReadInstance> instance = job.video->getFileInstance();
+            VlFileIxCache_open(instance, job.video->getIndexInfo(), job.video->getFrame());
+        }
+        if (job.video)
+            readVideo(job.video);
+        else
+            readAudio(job.audio);
+    } catch (...) {
+        // A reader that throws (the editor's memory ran out) fails its
+        // request: whoever waits on it is told so, not left waiting.
+        failRequest(job.video, job.audio);
+    }
+    job = Job(); // the request is released outside the queue's lock
+    std::lock_guard lock(q.mutex);
+    if (file)
+        q.serving.erase(std::find(q.serving.begin(), q.serving.end(), file));
+    --q.inFlight;
+    if (--q.queued == 0)
+        q.idle.notify_all();
+    if (q.stopping && q.jobs.empty()) {
+        // Workers that found only busy files wait for the end of the queue.
+        q.wake.notify_all();
+    } else if (q.next() != q.jobs.end()) {
+        // The file's next request, queued while this one was served, has
+        // had no worker woken for it.
+        q.wake.notify_one();
+    }
+}
+
+bool FileReaderResource::serveWaiting(const VideoReadRequest* request)
+{
+    Queue& q = *queue_;
+    std::unique_lock lock(q.mutex);
+    auto found = std::find_if(q.jobs.begin(), q.jobs.end(),
+                              [request](const Job& job) { return job.video.get() == request; });
+    if (found == q.jobs.end())
+        return false;
+    // Only a file's next request, and not while a worker serves the file:
+    // a file's requests keep their order and their one at a time.
+    if (const FileReadInstance* file = found->file()) {
+        if (std::find(q.serving.begin(), q.serving.end(), file) != q.serving.end() ||
+            std::any_of(q.jobs.begin(), found, [file](const Job& job) { return job.file() == file; }))
+            return false;
+    }
+    Job job = q.take(found);
+    lock.unlock();
+    run(q, job);
+    return true;
 }
 
 void FileReaderResource::failRequest(const Vl::Ptr<VideoReadRequest>& video, const Vl::Ptr<AudioReadRequest>& audio)
@@ -163,7 +223,7 @@ void FileReaderResource::failRequest(const Vl::Ptr<VideoReadRequest>& video, con
 
 bool FileReaderResource::enqueue(Vl::Ptr<VideoReadRequest> video, Vl::Ptr<AudioReadRequest> audio, bool wholeGroup)
 {
-    std::lock_guard lock(queue_->mutex);
+    std::unique_lock lock(queue_->mutex);
     if (queue_->stopping)
         return false;
     if (queue_->workers.empty()) {
@@ -182,7 +242,12 @@ bool FileReaderResource::enqueue(Vl::Ptr<VideoReadRequest> video, Vl::Ptr<AudioR
     ++queue_->queued;
     // A request for a file being served waits for that file's worker.
     const FileReadInstance* file = queue_->jobs.back().file();
-    if (!file || std::find(queue_->serving.begin(), queue_->serving.end(), file) == queue_->serving.end())
+    queue_->lastAsked = Queue::Clock::now();
+    const bool wake = !queue_->watching && (!file || std::find(queue_->serving.begin(), queue_->serving.end(),
+                                                               file) == queue_->serving.end());
+    lock.unlock();
+    // Outside the lock: the worker woken does not find it held.
+    if (wake)
         queue_->wake.notify_one();
     return true;
 }

@@ -81,6 +81,10 @@ void VideoReadRequest::requestHasCompleted(RequestStatus::eFileReqStatus status)
 
 RequestStatus::eFileReqStatus VideoReadRequest::wait() const
 {
+    // One that no worker has taken yet is served here: the waiting thread
+    // would only sleep until a worker had woken up for it.
+    if (resource_ && !hasCompleted())
+        resource_->serveWaiting(this);
     std::unique_lock lock(state_->mutex);
     state_->done.wait(lock, [this] { return state_->finished; });
     return state_->status;
