@@ -73,7 +73,7 @@ private:
     struct Queue;
     bool enqueue(Vl::Ptr<VideoReadRequest> video, Vl::Ptr<AudioReadRequest> audio, bool wholeGroup = false);
     void serve(Queue& queue);
-    void run(Queue& queue, Job& job);
+    void run(Queue& queue, Job& job, bool worker);
 
     Vector<VlWString> fileTypes_;
     Queue* queue_;

@@ -145,13 +145,13 @@ void FileReaderResource::serve(Queue& q)
         }
         Job job = q.take(found);
         lock.unlock();
-        run(q, job);
+        run(q, job, true);
         lock.lock();
     }
 }
 
 // A taken job, served with the queue's lock released, and its end.
-void FileReaderResource::run(Queue& q, Job& job)
+void FileReaderResource::run(Queue& q, Job& job, bool worker)
 {
     const FileReadInstance* file = job.file();
     try {
@@ -178,9 +178,9 @@ void FileReaderResource::run(Queue& q, Job& job)
     if (q.stopping && q.jobs.empty()) {
         // Workers that found only busy files wait for the end of the queue.
         q.wake.notify_all();
-    } else if (q.next() != q.jobs.end()) {
-        // The file's next request, queued while this one was served, has
-        // had no worker woken for it.
+    } else if (!worker && q.next() != q.jobs.end()) {
+        // The file's next request, queued while this one was served here,
+        // has had no worker woken for it. A worker takes it itself.
         q.wake.notify_one();
     }
 }
@@ -193,16 +193,18 @@ bool FileReaderResource::serveWaiting(const VideoReadRequest* request)
                               [request](const Job& job) { return job.video.get() == request; });
     if (found == q.jobs.end())
         return false;
-    // Only a file's next request, and not while a worker serves the file:
-    // a file's requests keep their order and their one at a time.
+    // Only a file's one request, and not while a worker serves the file: a
+    // file's requests keep their order and their one at a time, and a file
+    // with more asked of it (played, not scrubbed) keeps its worker busy
+    // instead of handing the file back and forth.
     if (const FileReadInstance* file = found->file()) {
         if (std::find(q.serving.begin(), q.serving.end(), file) != q.serving.end() ||
-            std::any_of(q.jobs.begin(), found, [file](const Job& job) { return job.file() == file; }))
+            std::count_if(q.jobs.begin(), q.jobs.end(), [file](const Job& job) { return job.file() == file; }) > 1)
             return false;
     }
     Job job = q.take(found);
     lock.unlock();
-    run(q, job);
+    run(q, job, false);
     return true;
 }
 
