@@ -18,42 +18,18 @@
 #include "FileFormats/AVI/avilib/avilib.FileWriter.h"
 #include "FileFormats/AVI/avilib/avilib.MediaType.h"
 #include "avi/mpeg2_codec_block.h"
+#include "avi/tracks.h"
 #include "util/fourcc.h"
 #include "util/stringUtils.h"
 #include "vlhost/HostStats.h"
 
 using namespace Morvane::Avi;
+using avitest::audioTrack;
+using avitest::videoTrack;
 
 namespace {
 
 constexpr std::uint32_t kAudioBytesPerFrame = 1920 * 4;
-
-TrackStructuralData videoTrack(const char (&fcc)[5], std::uint64_t width, std::uint64_t height)
-{
-    TrackStructuralData t = {};
-    t.Type = StreamVideo;
-    t.Data.VInfo.width = width;
-    t.Data.VInfo.height = height;
-    t.Data.VInfo.bitCount = 16;
-    t.Data.VInfo.fourcc = Morvane::makeFourCC(fcc);
-    t.Data.VInfo.aspectRatio = 0x00100009;
-    t.Data.VInfo.rate = 25;
-    t.Data.VInfo.scale = 1;
-    return t;
-}
-
-TrackStructuralData audioTrack()
-{
-    TrackStructuralData t = {};
-    t.Type = StreamAudio;
-    t.Data.AInfo.formatTag = 1;
-    t.Data.AInfo.channels = 2;
-    t.Data.AInfo.samplesPerSec = 48000;
-    t.Data.AInfo.bitsPerSample = 16;
-    t.Data.AInfo.blockAlign = 4;
-    t.Data.AInfo.avgBytesPerSec = 48000 * 4;
-    return t;
-}
 
 std::vector<unsigned char> pattern(std::size_t n, std::uint32_t seed)
 {
@@ -93,14 +69,14 @@ int main(int argc, char** argv)
     TrackStructuralData tracks[2];
     std::uint32_t frameSize = 0;
     if (kind == "uyvy") {
-        tracks[0] = videoTrack("UYVY", 1920, 1080);
+        tracks[0] = videoTrack("UYVY", 1920, 1080, 25, 1, 0x00100009);
         frameSize = 1920 * 1080 * 2;
     } else if (kind == "dv") {
         tracks[0] = videoTrack("dvsd", 720, 576);
         tracks[0].Data.VInfo.aspectRatio = 0x00040003;
         frameSize = 144000;
     } else if (kind == "gop") {
-        tracks[0] = videoTrack("MMES", 1920, 1080);
+        tracks[0] = videoTrack("MMES", 1920, 1080, 25, 1, 0x00100009);
         extra = testutil::mpeg2CodecBlock();
         tracks[0].pExtraData = extra.data();
         tracks[0].cbExtra = static_cast<std::uint16_t>(extra.size());

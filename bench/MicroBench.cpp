@@ -14,6 +14,7 @@
 #include "FileFormats/AVI/avilib/avilib.FileWriter.h"
 #include "FileFormats/AVI/avilib/avilib.MediaType.h"
 #include "avi/mpeg2_codec_block.h"
+#include "avi/tracks.h"
 #include "util/fourcc.h"
 #include "util/stringUtils.h"
 
@@ -42,38 +43,11 @@ std::string gopPath()
     return dir() + "/micro_gop.avi";
 }
 
-TrackStructuralData video(const char (&fcc)[5])
-{
-    TrackStructuralData t = {};
-    t.Type = StreamVideo;
-    t.Data.VInfo.width = 720;
-    t.Data.VInfo.height = 576;
-    t.Data.VInfo.bitCount = 16;
-    t.Data.VInfo.fourcc = Morvane::makeFourCC(fcc);
-    t.Data.VInfo.aspectRatio = 0x00040003;
-    t.Data.VInfo.rate = 25;
-    t.Data.VInfo.scale = 1;
-    return t;
-}
-
-TrackStructuralData audio()
-{
-    TrackStructuralData t = {};
-    t.Type = StreamAudio;
-    t.Data.AInfo.formatTag = 1;
-    t.Data.AInfo.channels = 2;
-    t.Data.AInfo.samplesPerSec = 48000;
-    t.Data.AInfo.bitsPerSample = 16;
-    t.Data.AInfo.blockAlign = 4;
-    t.Data.AInfo.avgBytesPerSec = 192000;
-    return t;
-}
-
 // A DV-sized file, or a long-GOP one with 12-frame groups (I P B B ...).
 bool writeFile(const std::string& path, bool gop, std::uint32_t frames)
 {
     std::vector<unsigned char> extra;
-    TrackStructuralData tracks[2] = {video(gop ? "MMES" : "dvsd"), audio()};
+    TrackStructuralData tracks[2] = {avitest::videoTrack(gop ? "MMES" : "dvsd", 720, 576), avitest::audioTrack()};
     if (gop) {
         extra = testutil::mpeg2CodecBlock();
         tracks[0].pExtraData = extra.data();
@@ -222,7 +196,7 @@ BENCHMARK(AudioRead)->UseRealTime();
 void WriteSamples(benchmark::State& state)
 {
     const std::string path = dir() + "/micro_write.avi";
-    TrackStructuralData tracks[2] = {video("dvsd"), audio()};
+    TrackStructuralData tracks[2] = {avitest::videoTrack("dvsd", 720, 576), avitest::audioTrack()};
     std::vector<unsigned char> v(kDvFrame, 0x3C), a(kAudioFrame, 0x22);
     FileWriter w;
     w.set_FlushFrequency(static_cast<std::uint32_t>(state.range(0)));

@@ -5,7 +5,6 @@
 #include <vector>
 
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"
-#include "ChunkSizeMutator.h"
 #include "FuzzInput.h"
 
 using Morvane::Avi::FileReader;
@@ -46,18 +45,6 @@ void askEverything(FileReader& r)
 }
 
 } // namespace
-
-extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
-                                               unsigned seed)
-{
-    return fuzz::mutateChunkSizes(data, size, maxSize, seed);
-}
-
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    fuzz::quietStdout();
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

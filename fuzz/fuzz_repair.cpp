@@ -11,7 +11,6 @@
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"
 #include "FileFormats/AVI/avilib/avilib.FileRepair.h"
 #include "util/stringUtils.h"
-#include "ChunkSizeMutator.h"
 #include "FuzzInput.h"
 
 namespace {
@@ -23,18 +22,6 @@ std::vector<char> contents(const std::wstring& path)
 }
 
 } // namespace
-
-extern "C" std::size_t LLVMFuzzerCustomMutator(std::uint8_t* data, std::size_t size, std::size_t maxSize,
-                                               unsigned seed)
-{
-    return fuzz::mutateChunkSizes(data, size, maxSize, seed);
-}
-
-extern "C" int LLVMFuzzerInitialize(int*, char***)
-{
-    fuzz::quietStdout();
-    return 0;
-}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {

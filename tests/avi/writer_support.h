@@ -15,6 +15,7 @@
 #include "FileFormats/AVI/avilib/avilib.FileWriter.h"
 #include "FileFormats/AVI/avilib/avilib.MediaType.h"
 #include "avi/mpeg2_codec_block.h"
+#include "avi/tracks.h"
 #include "common/FfmpegFiles.h"
 #include "util/fourcc.h"
 #include "util/stringUtils.h"
@@ -24,34 +25,8 @@ namespace writertest {
 using namespace Morvane::Avi;
 using Morvane::convertString;
 using testutil::run;
-
-inline TrackStructuralData videoTrack(const char (&fcc)[5], std::uint64_t width, std::uint64_t height,
-                                      std::uint64_t rate, std::uint64_t scale)
-{
-    TrackStructuralData t = {};
-    t.Type = StreamVideo;
-    t.Data.VInfo.width = width;
-    t.Data.VInfo.height = height;
-    t.Data.VInfo.bitCount = std::string(fcc) == "UYVY" ? 16 : 24; // UYVY is 4:2:2 at 8 bits
-    t.Data.VInfo.fourcc = Morvane::makeFourCC(fcc);
-    t.Data.VInfo.aspectRatio = 0x00040003;
-    t.Data.VInfo.rate = rate;
-    t.Data.VInfo.scale = scale;
-    return t;
-}
-
-inline TrackStructuralData audioTrack(std::uint16_t channels = 2, std::uint32_t rate = 48000)
-{
-    TrackStructuralData t = {};
-    t.Type = StreamAudio;
-    t.Data.AInfo.formatTag = 1;
-    t.Data.AInfo.channels = channels;
-    t.Data.AInfo.samplesPerSec = rate;
-    t.Data.AInfo.bitsPerSample = 16;
-    t.Data.AInfo.blockAlign = static_cast<std::uint16_t>(channels * 2);
-    t.Data.AInfo.avgBytesPerSec = rate * channels * 2;
-    return t;
-}
+using avitest::audioTrack;
+using avitest::videoTrack;
 
 // The header track; flags 0: no start timecode given.
 inline TrackStructuralData timecodeTrack(std::uint32_t start, std::uint32_t flags = 0)
