@@ -16,6 +16,7 @@ namespace vlhost {
 
 namespace {
 
+std::atomic<std::uint64_t> g_readCalls{0};
 std::atomic<std::uint64_t> g_writeCalls{0};
 std::atomic<std::uint64_t> g_syncCalls{0};
 
@@ -29,6 +30,11 @@ int openRetrying(const char* path, int flags, mode_t mode)
 }
 
 } // namespace
+
+std::uint64_t fileReadCalls()
+{
+    return g_readCalls.load(std::memory_order_relaxed);
+}
 
 std::uint64_t fileWriteCalls()
 {
@@ -108,6 +114,7 @@ int PosixFile::fdFor(const void* buf, std::uint64_t pos, std::uint64_t n)
 
 std::uint64_t PosixFile::read(void* buf, std::uint64_t n)
 {
+    g_readCalls.fetch_add(1, std::memory_order_relaxed);
     auto* out = static_cast<unsigned char*>(buf);
     std::uint64_t done = 0;
     while (done < n) {

@@ -2,11 +2,13 @@
 // reader must end up exactly where a fresh load would leave it.
 #include <gtest/gtest.h>
 
+#include <set>
 #include <vector>
 
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"
 #include "FileFormats/AVI/avilib/avilib.MediaType.h"
 #include "common/TempDir.h"
+#include "vlhost/HostStats.h"
 #include "writer_readback.h"
 
 using namespace writertest;
@@ -147,4 +149,38 @@ TEST(ReaderIndexReuse, ReopeningAStreamGivesTheStateOfAFreshLoad)
         }
         r.close();
     }
+}
+
+// A scrub across a long file jumps between index chunks far apart and back:
+// once each chunk has been parsed, no jump reads one from the disk again.
+TEST(ReaderIndexReuse, JumpsAcrossALongFileReadEachIndexChunkOnce)
+{
+    testutil::TempDir dir;
+    const std::wstring path = dir.file("long.avi");
+    const std::uint32_t frames = 19000; // seven frame-type index chunks
+    writeFile(path, true, frames, frames);
+    FileReader r;
+    ASSERT_EQ(r.load(path), S_OK);
+    ASSERT_EQ(r.essenceOpen(0), S_OK);
+    std::vector<unsigned> jumps;
+    for (unsigned k = 0; k < 14; ++k)
+        jumps.push_back(k * 5 % 14 * (frames / 14) + 17);
+    std::set<std::uint32_t> chunks;
+    std::vector<std::uint64_t> offsets;
+    for (unsigned sample : jumps) {
+        IndexEntry* e = nullptr;
+        ASSERT_EQ(r.get_IndexEntry(sample, &e), S_OK) << "sample " << sample;
+        chunks.insert(r.get_IndexStartSample());
+        offsets.push_back(e->offset);
+    }
+    ASSERT_EQ(chunks.size(), 7u);
+    const std::uint64_t reads = vlhost::fileReadCalls();
+    for (int round = 0; round < 3; ++round) {
+        for (std::size_t i = 0; i < jumps.size(); ++i) {
+            IndexEntry* e = nullptr;
+            ASSERT_EQ(r.get_IndexEntry(jumps[i], &e), S_OK) << "sample " << jumps[i];
+            EXPECT_EQ(std::uint64_t{e->offset}, offsets[i]) << "sample " << jumps[i];
+        }
+    }
+    EXPECT_EQ(vlhost::fileReadCalls(), reads);
 }

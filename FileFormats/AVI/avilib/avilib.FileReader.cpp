@@ -62,13 +62,18 @@ void FileReader::freeMediaType()
 void FileReader::freeIndex()
 {
     if (m_pIndex && m_Resident.stream >= 0) {
-        if (m_ParsedIndexes.size() >= kParsedIndexSlots) {
-            delete[] m_ParsedIndexes.front().entries;
-            m_ParsedIndexes.erase(m_ParsedIndexes.begin());
-        }
         m_Resident.entries = m_pIndex;
         m_Resident.audioStarts = std::move(m_AudioEntryStart);
         m_ParsedIndexes.push_back(std::move(m_Resident));
+        // The least recently used go first; a few are kept whatever their size.
+        std::uint64_t bytes = 0;
+        for (const ParsedIndex& p : m_ParsedIndexes)
+            bytes += parsedBytes(p);
+        while (m_ParsedIndexes.size() > kParsedIndexSlots && bytes > kParsedIndexBytes) {
+            bytes -= parsedBytes(m_ParsedIndexes.front());
+            delete[] m_ParsedIndexes.front().entries;
+            m_ParsedIndexes.erase(m_ParsedIndexes.begin());
+        }
     } else {
         delete[] m_pIndex;
     }

@@ -303,7 +303,15 @@ private:
         std::vector<std::uint64_t> audioStarts;
     };
     static constexpr std::uint64_t kIdx1Chunk = UINT64_MAX;
+    // Chunks kept parsed: at least this many, and more while their records
+    // take no more than kParsedIndexBytes, so that scrubbing a long file
+    // (tens of chunks an hour) does not read and parse a chunk per frame.
     static constexpr std::size_t kParsedIndexSlots = 4;
+    static constexpr std::uint64_t kParsedIndexBytes = 1u << 20;
+    static std::uint64_t parsedBytes(const ParsedIndex& p)
+    {
+        return std::uint64_t(p.count) * sizeof(IndexEntry) + p.audioStarts.size() * sizeof(std::uint64_t);
+    }
     bool residentFromParsed(int stream, std::uint64_t chunk);
     void markResident(int stream, std::uint64_t chunk);
     void dropParsedIndexes();

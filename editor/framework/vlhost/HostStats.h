@@ -13,7 +13,8 @@ struct MemoryStats
 };
 MemoryStats memoryStats();
 
-// Write calls made on files the stand-in opened, since the process started.
+// Read and write calls made on files the stand-in opened, since the process started.
+std::uint64_t fileReadCalls();
 std::uint64_t fileWriteCalls();
 // Sync calls made on those files, since the process started.
 std::uint64_t fileSyncCalls();
