@@ -61,6 +61,8 @@ protected:
 
 private:
     int readInPlace(AlignedByteBufferImpl& group, unsigned frame, std::uint64_t total, std::uint64_t& used);
+    bool groupSpan(unsigned first, unsigned count, std::uint64_t fileBytes, std::uint64_t& span);
+    bool readGroupWhole(AlignedByteBufferImpl& group, unsigned first, unsigned count, std::uint64_t total);
     void readPictureFormat(std::uint32_t bpp);
     void readVideoMetadata();
     void readAudioMetadata();

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <vector>
 
 #include "AVI/FileInfo.h"
 #include "FileFormats/AVI/avilib/avilib.FileReader.h"
@@ -65,14 +66,20 @@ bool FileInfo::readVideo(Vl::Ptr<iMemHolder>& out, unsigned frame, Vl::Ptr<Index
         }
     }
 
-    // The frames are read one by one below; one disk read brings them all.
-    if (count > 1)
-        reader_->prefetchVideo(first, count);
+    // A group that is no part of a run (a scrub) is read whole, straight
+    // into its block, when little but its frames lies between them; a
+    // group of a run is read frame by frame from the read-ahead, whose one
+    // disk read brings them all.
+    std::uint64_t span = 0;
+    const bool alone = count > 1 && groupSpan(first, count, fileBytes, span) && span <= total + total / 4;
+    const bool windowed = count > 1 && reader_->prefetchVideo(first, count, alone);
 
-    Vl::Ptr<AlignedByteBufferImpl> group = alignedBlock(total + sectorSize_, sectorSize_);
+    Vl::Ptr<AlignedByteBufferImpl> group = alignedBlock(std::max(total, alone ? span : 0) + sectorSize_, sectorSize_);
     if (!group)
         return false;
     out = group;
+    if (alone && !windowed)
+        return readGroupWhole(*group, first, count, total);
     Vl::Ptr<AlignedByteBufferImpl> frameBlock; // for a later frame that cannot be read in place
 
     std::uint64_t used = 0;
@@ -139,6 +146,62 @@ bool FileInfo::readVideo(Vl::Ptr<iMemHolder>& out, unsigned frame, Vl::Ptr<Index
         used += bytes;
     }
     group->setUsed(static_cast<std::uint32_t>(used));
+    return true;
+}
+
+// The bytes from the sector of a group's first frame to the end of its last,
+// when its frames lie in the file in their order, none over another: then
+// one read brings them and closing the gaps between them moves each to its
+// place. False for any other group.
+bool FileInfo::groupSpan(unsigned first, unsigned count, std::uint64_t fileBytes, std::uint64_t& span)
+{
+    std::uint64_t start = 0;
+    std::uint64_t end = 0;
+    for (unsigned i = 0; i < count; ++i) {
+        Morvane::Avi::IndexEntry* entry = nullptr;
+        if (FAILED(reader_->get_IndexEntry(reader_->get_StoredFrame(first + i), &entry)) || !entry)
+            return false;
+        const std::uint64_t offset = entry->offset;
+        const std::uint64_t size = entry->size;
+        if (size == 0 || offset > fileBytes || size > fileBytes - offset || (i > 0 && offset < end))
+            return false;
+        if (i == 0)
+            start = offset;
+        end = offset + size;
+    }
+    const std::uint64_t lead = start % sectorSize_;
+    span = (end - start + lead + sectorSize_ - 1) / sectorSize_ * sectorSize_;
+    return true;
+}
+
+// A whole group in one read, its frames then moved down over the chunk
+// headers and padding between them, each to the end of the one before:
+// the same bytes as frame-by-frame reads put there, with no copy out of a
+// window.
+bool FileInfo::readGroupWhole(AlignedByteBufferImpl& group, unsigned first, unsigned count, std::uint64_t total)
+{
+    std::vector<unsigned> offsets;
+    std::vector<unsigned> sizes;
+    const int err =
+        VlErrFromHresult(reader_->essenceRead(first, count, group.data(), group.capacity(), offsets, sizes));
+    if (err != kErrSuccess) {
+        LogBoth("AVI API error %s\n", resourceStr(err));
+        return false;
+    }
+    if (sizes.size() != count || offsets.size() != count)
+        return false;
+    std::uint64_t used = 0;
+    for (unsigned i = 0; i < count; ++i) {
+        if (offsets[i] < used || offsets[i] > group.capacity() || sizes[i] > group.capacity() - offsets[i])
+            return false; // the reader claims more than the block holds
+        // Equality fails too: a later frame must leave room behind it.
+        if (i > 0 && total - used <= sizes[i])
+            return false;
+        std::memmove(group.data() + used, group.data() + offsets[i], sizes[i]);
+        used += sizes[i];
+    }
+    group.setDataOffset(0);
+    group.setUsed(static_cast<std::uint32_t>(used));
     return true;
 }
 

@@ -166,7 +166,9 @@ public:
     HRESULT CacheAudioData(unsigned int sample);
     // Frames first .. first + count - 1 are about to be read one by one (a
     // GOP): one read brings their whole span, and the reads copy from it.
-    void prefetchVideo(unsigned int first, unsigned int count);
+    // True when the span is in the read-ahead now. alone: a GOP that is no
+    // part of a run is left for the caller to read in one piece.
+    bool prefetchVideo(unsigned int first, unsigned int count, bool alone = false);
     HRESULT essenceRead(unsigned int first, unsigned int count, unsigned char* buf, unsigned int bufSize,
                         unsigned int* a, unsigned int* b);
     HRESULT essenceRead(unsigned int first, unsigned int count, unsigned char* buf, unsigned int bufSize,

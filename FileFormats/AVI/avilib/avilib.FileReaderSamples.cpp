@@ -143,10 +143,10 @@ HRESULT FileReader::readEssence(unsigned char* buf, unsigned int bufSize, unsign
     return S_OK;
 }
 
-void FileReader::prefetchVideo(unsigned int first, unsigned int count)
+bool FileReader::prefetchVideo(unsigned int first, unsigned int count, bool alone)
 {
     if (!isOpen() || !hasIndex() || count < 2)
-        return;
+        return false;
     std::uint64_t start = UINT64_MAX;
     std::uint64_t end = 0;
     for (unsigned int k = 0; k < count && first + k >= first; ++k) {
@@ -156,14 +156,15 @@ void FileReader::prefetchVideo(unsigned int first, unsigned int count)
         std::uint64_t position = e->offset;
         unsigned int size = e->size;
         if (position > UINT64_MAX - size)
-            return;
+            return false;
         start = std::min(start, position);
         end = std::max(end, position + size);
     }
     if (start >= end)
-        return;
+        return false;
     std::uint64_t aligned = start - start % getSectorSize();
-    m_ReadAhead.readRun(*getFilePtr(), aligned, roundUpToSectorBoundary(static_cast<unsigned long>(end - aligned)));
+    return m_ReadAhead.readRun(*getFilePtr(), aligned,
+                               roundUpToSectorBoundary(static_cast<unsigned long>(end - aligned)), alone);
 }
 
 HRESULT FileReader::ReadVideo(unsigned int sample, unsigned char* buf, unsigned int bufSize, unsigned int* offset,

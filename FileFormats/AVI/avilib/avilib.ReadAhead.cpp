@@ -228,7 +228,7 @@ bool ReadAhead::spanned(std::uint64_t pos, std::uint64_t n, const Window** first
     return false;
 }
 
-bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
+bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n, bool alone)
 {
     std::lock_guard lock(mutex_);
     if (windows_[newest_].length)
@@ -272,6 +272,8 @@ bool ReadAhead::readRun(iFile& file, std::uint64_t pos, std::uint64_t n)
         runWindow_ = std::min(runWindow_ * 2, maxWindow_);
     } else {
         runWindow_ = minWindow_;
+        if (alone)
+            return false;
     }
     return fill(file, start, size) && spanned(pos, n);
 }

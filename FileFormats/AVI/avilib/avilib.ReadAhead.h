@@ -55,8 +55,10 @@ public:
     // A run of reads about to come, [pos, pos + n) (the frames of a GOP):
     // brings all of it into the windows with one read, more when it follows
     // the previous run. False when it is too large or the read failed; the
-    // reads then go to the disk one by one.
-    bool readRun(iFile& file, std::uint64_t pos, std::uint64_t n);
+    // reads then go to the disk one by one. alone: a run that the windows
+    // do not hold and that does not follow the previous one is not read
+    // (false), for the caller to read straight to its place.
+    bool readRun(iFile& file, std::uint64_t pos, std::uint64_t n, bool alone = false);
 
     // Forgets the windows and the run (another file, or one that may have changed).
     void clear();
