@@ -171,7 +171,7 @@ TEST(ReaderIndexReuse, JumpsAcrossALongFileReadEachIndexChunkOnce)
         IndexEntry* e = nullptr;
         ASSERT_EQ(r.get_IndexEntry(sample, &e), S_OK) << "sample " << sample;
         chunks.insert(r.get_IndexStartSample());
-        offsets.push_back(e->offset);
+        offsets.push_back(std::uint64_t{e->offset}); // a copy: the record is packed
     }
     ASSERT_EQ(chunks.size(), 7u);
     const std::uint64_t reads = vlhost::fileReadCalls();
