@@ -1,5 +1,6 @@
 #pragma once
 #include <cstdint>
+#include <map>
 #include <vector>
 
 #include "AVI/DvFrameInfo.h"
@@ -90,6 +91,14 @@ private:
     CriticalSection cacheLock_;
     Morvane::Avi::FileReader* reader_ = nullptr;
     std::vector<Vl::Ptr<IndexInfo>> indexCache_;
+    // The cache by first frame, and the most frames any record holds: a
+    // lookup tries the few records that can hold the frame instead of every
+    // group visited so far.
+    std::multimap<std::uint32_t, std::size_t> indexStarts_;
+    std::uint32_t indexLongest_ = 0;
+
+    Vl::Ptr<IndexInfo> cachedRecord(unsigned frame) const;
+    void cacheRecord(const Vl::Ptr<IndexInfo>& record);
 };
 
 } // namespace avi

@@ -272,11 +272,9 @@ void FileInfo::VlFileIxCache_open(Vl::Ptr<IndexInfo>& out, unsigned frame)
     if (metadata()->video().gopSize() < 2)
         return;
     CriticalSection::Lock cache(cacheLock_);
-    for (const Vl::Ptr<IndexInfo>& record : indexCache_) {
-        if (record->containsValidFrame(frame)) {
-            out = record;
-            return;
-        }
+    if (Vl::Ptr<IndexInfo> record = cachedRecord(frame)) {
+        out = record;
+        return;
     }
     CriticalSection::Lock fileLock(lock());
     if (!reader_ || VlErrFromHresult(reader_->essenceOpen(videoStream_)) != kErrSuccess)
@@ -291,7 +289,27 @@ void FileInfo::VlFileIxCache_open(Vl::Ptr<IndexInfo>& out, unsigned frame)
         out = nullptr;
         return;
     }
-    indexCache_.push_back(out);
+    cacheRecord(out);
+}
+
+// The earliest cached record that holds frame, as a search of the cache in
+// order finds it; null when none does.
+Vl::Ptr<IndexInfo> FileInfo::cachedRecord(unsigned frame) const
+{
+    const std::uint32_t from = frame >= indexLongest_ ? frame - indexLongest_ + 1 : 0;
+    std::size_t best = indexCache_.size();
+    for (auto it = indexStarts_.lower_bound(from); it != indexStarts_.end() && it->first <= frame; ++it) {
+        if (it->second < best && indexCache_[it->second]->containsValidFrame(frame))
+            best = it->second;
+    }
+    return best < indexCache_.size() ? indexCache_[best] : nullptr;
+}
+
+void FileInfo::cacheRecord(const Vl::Ptr<IndexInfo>& record)
+{
+    indexStarts_.emplace(record->getStartGopFrameIndex(), indexCache_.size());
+    indexLongest_ = std::max<std::uint32_t>(indexLongest_, record->getNumValidFrames());
+    indexCache_.push_back(record);
 }
 
 int FileInfo::readAudio(Aud::StreamBufferList& buffers, Vl::Ptr<AudioReadRequest>& request)
