@@ -85,6 +85,13 @@ make_source() {
     ff_dv50_4ch)
         "${ff[@]}" -f lavfi -i "$(bars 720x576 25)" "${tone[@]}" -t 0.4 \
             -c:v dvvideo -pix_fmt yuv422p -vtag dv50 -c:a pcm_s16le -ac 4 "${exact[@]}" "$f" ;;
+    ff_uyvy_u8 | ff_uyvy_s32)
+        # the widths at either end: 8-bit mono as old software wrote it,
+        # 32-bit stereo as some capture cards do
+        local audio=(-c:a pcm_u8 -ac 1)
+        [ "$1" = ff_uyvy_s32 ] && audio=(-c:a pcm_s32le -ac 2)
+        "${ff[@]}" -f lavfi -i "$(bars 320x240 25)" "${tone[@]}" -t 0.4 \
+            -c:v rawvideo -pix_fmt uyvy422 -vtag UYVY "${audio[@]}" "${exact[@]}" "$f" ;;
     gst_uyvy_pcm)
         gst-launch-1.0 -q $gst_video,format=UYVY ! mux. $gst_audio ! mux. \
             avimux name=mux ! filesink location="$f" ;;
